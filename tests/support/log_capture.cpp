@@ -1,0 +1,72 @@
+#include "support/log_capture.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <mutex>
+
+namespace vtest {
+namespace {
+
+std::mutex& lock() {
+    static std::mutex m;
+    return m;
+}
+std::vector<log_line>& lines() {
+    static std::vector<log_line> v;
+    return v;
+}
+bool& echo() {
+    static bool on = getenv("VANTOR_TEST_LOG") != nullptr;
+    return on;
+}
+
+}  // namespace
+
+std::vector<log_line> log_lines() {
+    std::lock_guard<std::mutex> g(lock());
+    return lines();
+}
+
+void log_clear() {
+    std::lock_guard<std::mutex> g(lock());
+    lines().clear();
+}
+
+int log_count(int prio, const std::string& text) {
+    std::lock_guard<std::mutex> g(lock());
+    int n = 0;
+    for (const auto& l : lines())
+        n += l.prio == prio && l.text == text;
+    return n;
+}
+
+std::vector<log_line> log_starting_with(const std::string& prefix) {
+    std::lock_guard<std::mutex> g(lock());
+    std::vector<log_line> out;
+    for (const auto& l : lines())
+        if (l.text.compare(0, prefix.size(), prefix) == 0)
+            out.push_back(l);
+    return out;
+}
+
+void log_echo(bool on) {
+    std::lock_guard<std::mutex> g(lock());
+    echo() = on;
+}
+
+}  // namespace vtest
+
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    char buf[1024];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    std::lock_guard<std::mutex> g(vtest::lock());
+    vtest::lines().push_back({prio, tag, buf});
+    if (vtest::echo())
+        fprintf(stderr, "[log %d %s] %s\n", prio, tag, buf);
+    return 0;
+}

@@ -1,0 +1,53 @@
+// The twin harness: every vector kernel against its scalar twin on seeded random sizes and
+// contents, with guarded buffers; in bench mode the same pairs are timed side by side.
+//
+// A kernel family registers its cases from its own file:
+//   static const twin::registrar reg({"box_filter_col", trial_fn, bench_fn});
+#ifndef VANTOR_TESTS_TWIN_H
+#define VANTOR_TESTS_TWIN_H
+
+#include <functional>
+#include <string>
+
+#include "support/frames.h"
+
+namespace twin {
+
+struct context {
+    vtest::rng& r;
+    std::string failure;  // set by fail(); the trial should return false after it
+
+    bool fail(const std::string& message) {
+        failure = message;
+        return false;
+    }
+    // Compares two planes; on a difference records the first differing sample and a map.
+    bool same(const uint8_t* expected, const uint8_t* actual, int width, int height, int stride,
+              const std::string& what);
+    // Checks the front guard of a guarded output buffer.
+    bool intact(const vtest::guarded& out, const std::string& what);
+};
+
+class bench_timer {
+  public:
+    // Times the scalar and the vector form of one workload and prints both rates and the
+    // speed-up. `bytes` is the amount of plane data one call processes.
+    void pair(const std::string& label, double bytes, const std::function<void()>& scalar,
+              const std::function<void()>& vector);
+};
+
+struct twin_case {
+    const char* name;
+    // One random trial: picks sizes and contents from ctx.r, runs both twins, compares.
+    bool (*trial)(context& ctx);
+    // Optional: times both twins on a fixed, realistic workload.
+    void (*bench)(bench_timer& timer);
+};
+
+struct registrar {
+    explicit registrar(const twin_case& c);
+};
+
+}  // namespace twin
+
+#endif

@@ -1,0 +1,2 @@
+// Twin cases of the filters kernels.
+#include "twin/twin.h"

@@ -1,0 +1,131 @@
+// Runs every registered twin case for a number of seeded random trials, or times them.
+//   vantor_twins [--seed N] [--trials N] [--filter SUBSTRING] [--bench]
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include "twin/twin.h"
+
+namespace twin {
+namespace {
+
+std::vector<twin_case>& registry() {
+    static std::vector<twin_case> cases;
+    return cases;
+}
+
+}  // namespace
+
+registrar::registrar(const twin_case& c) {
+    registry().push_back(c);
+}
+
+bool context::same(const uint8_t* expected, const uint8_t* actual, int width, int height,
+                   int stride, const std::string& what) {
+    std::string d = vtest::first_difference(expected, actual, width, height, stride, what.c_str());
+    if (d.empty())
+        return true;
+    return fail(d);
+}
+
+bool context::intact(const vtest::guarded& out, const std::string& what) {
+    if (out.front_intact())
+        return true;
+    return fail(what + ": overwrite in front of the buffer");
+}
+
+void bench_timer::pair(const std::string& label, double bytes, const std::function<void()>& scalar,
+                       const std::function<void()>& vector) {
+    auto best_ns = [](const std::function<void()>& f) {
+        using clock = std::chrono::steady_clock;
+        f();  // warm caches and pages
+        double best = 1e30;
+        const auto end = clock::now() + std::chrono::milliseconds(300);
+        int runs = 0;
+        while (runs < 3 || (clock::now() < end && runs < 2000)) {
+            const auto t0 = clock::now();
+            f();
+            const double ns = std::chrono::duration<double, std::nano>(clock::now() - t0).count();
+            best = std::min(best, ns);
+            ++runs;
+        }
+        return best;
+    };
+    const double c = best_ns(scalar);
+    const double v = best_ns(vector);
+    printf("%-48s scalar %9.1f MB/s  vector %9.1f MB/s  speed-up %5.2fx\n", label.c_str(),
+           bytes / c * 1e3, bytes / v * 1e3, c / v);
+    fflush(stdout);
+}
+
+}  // namespace twin
+
+int main(int argc, char** argv) {
+    uint64_t seed = 0;
+    int trials = 200;
+    const char* filter = "";
+    bool bench = false;
+    for (int i = 1; i < argc; ++i) {
+        if (!strcmp(argv[i], "--seed") && i + 1 < argc) {
+            seed = strtoull(argv[++i], nullptr, 0);
+        } else if (!strcmp(argv[i], "--trials") && i + 1 < argc) {
+            trials = atoi(argv[++i]);
+        } else if (!strcmp(argv[i], "--filter") && i + 1 < argc) {
+            filter = argv[++i];
+        } else if (!strcmp(argv[i], "--bench")) {
+            bench = true;
+        } else {
+            fprintf(stderr, "usage: %s [--seed N] [--trials N] [--filter SUBSTRING] [--bench]\n",
+                    argv[0]);
+            return 2;
+        }
+    }
+    if (seed == 0) {
+        seed = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
+    }
+
+    std::vector<twin::twin_case> cases = twin::registry();
+    std::sort(cases.begin(), cases.end(), [](const twin::twin_case& a, const twin::twin_case& b) {
+        return strcmp(a.name, b.name) < 0;
+    });
+
+    if (bench) {
+        twin::bench_timer timer;
+        for (const auto& c : cases)
+            if (strstr(c.name, filter) && c.bench)
+                c.bench(timer);
+        return 0;
+    }
+
+    printf("twin: seed %llu (replay with --seed %llu)\n", static_cast<unsigned long long>(seed),
+           static_cast<unsigned long long>(seed));
+    int passed = 0, failed = 0;
+    long long compared = 0;
+    for (const auto& c : cases) {
+        if (!strstr(c.name, filter))
+            continue;
+        vtest::rng r(seed ^ std::hash<std::string>()(c.name));
+        twin::context ctx{r, {}};
+        int t = 0;
+        for (; t < trials; ++t) {
+            if (!c.trial(ctx))
+                break;
+        }
+        compared += t;
+        if (t == trials) {
+            printf("twin: %-44s %6d random trials, no difference\n", c.name, trials);
+            ++passed;
+        } else {
+            printf("twin: %-44s FAILED in trial %d (seed %llu)\n%s\n", c.name, t,
+                   static_cast<unsigned long long>(seed), ctx.failure.c_str());
+            ++failed;
+        }
+    }
+    printf("twin: %lld trials compared\n", compared);
+    printf("twin: %d passed, %d failed\n", passed, failed);
+    return failed == 0 && passed > 0 ? 0 : 1;
+}

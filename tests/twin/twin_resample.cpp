@@ -1,0 +1,2 @@
+// Twin cases of the resample kernels.
+#include "twin/twin.h"
