@@ -1,0 +1,257 @@
+// Counter-and-signal, timed wait, timed lock, deadline arithmetic and thread placement.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "pipeline/signal.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+double ms_since(clock_type::time_point start) {
+    return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
+}
+
+TEST(RunSignal, SignalsOnTheTargetCallOnlyAndResets) {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+    int32_t counter = 0;
+    std::atomic<int> woken{0};
+    bool waiting = false;
+    // One waiter, as the stage driver: it counts every wake-up it gets.
+    std::thread waiter([&] {
+        pthread_mutex_lock(&mutex);
+        waiting = true;
+        while (woken.load() == 0) {
+            pthread_cond_wait(&cond, &mutex);
+            if (counter == 0)
+                woken.fetch_add(1);
+        }
+        pthread_mutex_unlock(&mutex);
+    });
+    for (;;) {
+        pthread_mutex_lock(&mutex);
+        const bool ready = waiting;
+        pthread_mutex_unlock(&mutex);
+        if (ready)
+            break;
+        std::this_thread::yield();
+    }
+    const int32_t expected[] = {1, 2, 3, 0, 1};
+    for (int call = 0; call < 5; ++call) {
+        pthread_mutex_lock(&mutex);
+        vantor_run_signal(&cond, &counter, 4);
+        EXPECT_EQ(counter, expected[call]) << "after call " << call + 1;
+        pthread_mutex_unlock(&mutex);
+    }
+    waiter.join();
+    EXPECT_EQ(woken.load(), 1);
+}
+
+TEST(WaitSignal, CountsBeforeWaitingAndReturnsTheWaitResult) {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+    int32_t counter = 5;
+    int result = -1;
+    std::thread worker([&] {
+        pthread_mutex_lock(&mutex);
+        result = vantor_wait_signal(&cond, &mutex, &counter, "test");
+        pthread_mutex_unlock(&mutex);
+    });
+    for (;;) {
+        pthread_mutex_lock(&mutex);
+        const bool parked = counter == 6;
+        if (parked)
+            pthread_cond_signal(&cond);
+        pthread_mutex_unlock(&mutex);
+        if (parked)
+            break;
+        std::this_thread::yield();
+    }
+    worker.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(counter, 6);
+}
+
+TEST(TimedWait, WithoutSignalReturnsAfterTheLimitAndLogsTheTimeout) {
+    vtest::log_clear();
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    const auto start = clock_type::now();
+    vantor_timedwait_signal(&cond, &mutex, 1000, "caller_name");
+    const double elapsed = ms_since(start);
+    // The mutex is held again on return: a trylock from this thread must fail.
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
+    pthread_mutex_unlock(&mutex);
+    EXPECT_GE(elapsed, 990.0);
+    EXPECT_LT(elapsed, 3000.0);
+    EXPECT_EQ(vtest::log_count(6,
+                               "vantor_timedwait_signal: limited time(1000)ms, return(110), "
+                               "from caller_name"),
+              1);
+}
+
+TEST(TimedWait, SignalledInTimeLogsNothing) {
+    vtest::log_clear();
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    std::thread signaller([&] {
+        pthread_mutex_lock(&mutex);  // obtainable only once the waiter sleeps
+        pthread_cond_signal(&cond);
+        pthread_mutex_unlock(&mutex);
+    });
+    vantor_timedwait_signal(&cond, &mutex, 5000, "caller_name");
+    pthread_mutex_unlock(&mutex);
+    signaller.join();
+    EXPECT_TRUE(vtest::log_starting_with("vantor_timedwait_signal").empty());
+}
+
+TEST(TimedLock, FreeMutexIsTaken) {
+    vtest::log_clear();
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    EXPECT_EQ(vantor_timedlock(&mutex, 100, "caller_name"), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
+    pthread_mutex_unlock(&mutex);
+    EXPECT_TRUE(vtest::log_lines().empty());
+}
+
+TEST(TimedLock, HeldMutexTimesOutAndReleasesTheForeignLock) {
+    vtest::log_clear();
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<bool> held{false};
+    std::atomic<bool> done{false};
+    std::thread holder([&] {
+        pthread_mutex_lock(&mutex);
+        held = true;
+        while (!done)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        // Its lock was released by the other thread; it does not unlock again.
+    });
+    while (!held)
+        std::this_thread::yield();
+    const auto start = clock_type::now();
+    EXPECT_EQ(vantor_timedlock(&mutex, 200, "caller_name"), ETIMEDOUT);
+    EXPECT_EQ(ETIMEDOUT, 110);
+    EXPECT_GE(ms_since(start), 190.0);
+    EXPECT_EQ(vtest::log_count(6, "caller_name, mutex lock time out(200 ms)"), 1);
+    // The holder has not let go, yet the mutex is free now.
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
+    pthread_mutex_unlock(&mutex);
+    done = true;
+    holder.join();
+}
+
+// ---- deadlines ---------------------------------------------------------------------------
+
+struct deadline_case {
+    time_t sec;
+    long nsec;
+    int32_t ms;
+    time_t want_sec;
+    long want_nsec;
+};
+
+class Deadline : public ::testing::TestWithParam<deadline_case> {};
+
+TEST_P(Deadline, AddsMillisecondsWithTheStrictCarry) {
+    const deadline_case c = GetParam();
+    struct timespec now = {c.sec, c.nsec};
+    const struct timespec got = vtr_deadline_after(now, c.ms);
+    EXPECT_EQ(got.tv_sec, c.want_sec);
+    EXPECT_EQ(got.tv_nsec, c.want_nsec);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Deadline,
+                         ::testing::Values(deadline_case{100, 0, 1000, 101, 0},
+                                           deadline_case{100, 500000000, 250, 100, 750000000},
+                                           deadline_case{100, 999999999, 1, 101, 999999},
+                                           deadline_case{100, 900000000, 2101, 103, 1000000},
+                                           // Exactly one second of nanoseconds stays uncarried.
+                                           deadline_case{100, 999000000, 1, 100, 1000000000},
+                                           deadline_case{100, 900000000, 2100, 102, 1000000000},
+                                           deadline_case{100, 0, 1999, 101, 999000000},
+                                           deadline_case{100, 500000000, 0, 100, 500000000}));
+
+struct fixed_clock {
+    static long nsec;
+    static int read(clockid_t, struct timespec* now) {
+        struct timespec real;
+        clock_gettime(CLOCK_REALTIME, &real);
+        now->tv_sec = real.tv_sec;
+        now->tv_nsec = nsec;
+        return 0;
+    }
+};
+long fixed_clock::nsec = 0;
+
+TEST(Deadline, UncarriedSecondIsPassedOnAndRejectedByTheWait) {
+    vtest::log_clear();
+    fixed_clock::nsec = 999000000;
+    vtr_clock_hook = fixed_clock::read;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    const auto start = clock_type::now();
+    vantor_timedwait_signal(&cond, &mutex, 1, "caller_name");
+    pthread_mutex_unlock(&mutex);
+    vtr_clock_hook = clock_gettime;
+    EXPECT_LT(ms_since(start), 500.0);
+    EXPECT_EQ(vtest::log_count(6,
+                               "vantor_timedwait_signal: limited time(1)ms, return(22), from "
+                               "caller_name"),
+              1);
+}
+
+// ---- affinity ------------------------------------------------------------------------------
+
+TEST(Affinity, EmptyMaskIsRefusedAndLogged) {
+    vtest::log_clear();
+    cpu_set_t before;
+    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+    cpu_set_t empty;
+    CPU_ZERO(&empty);
+    std::thread([&] { setCurrentThreadAffinityMask(&empty); }).join();
+    EXPECT_EQ(vtest::log_count(6, "Error in the syscall setaffinity!"), 1);
+}
+
+TEST(Affinity, PinsOnlyTheCallingThread) {
+    cpu_set_t allowed;
+    ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+    int first = -1;
+    for (int c = 0; c < 32 && first < 0; ++c)
+        if (CPU_ISSET(c, &allowed))
+            first = c;
+    ASSERT_GE(first, 0) << "no CPU below 32 available";
+    vtest::log_clear();
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(first, &one);
+    cpu_set_t seen;
+    CPU_ZERO(&seen);
+    std::thread([&] {
+        setCurrentThreadAffinityMask(&one);
+        sched_getaffinity(0, sizeof seen, &seen);
+    }).join();
+    cpu_set_t main_now;
+    ASSERT_EQ(sched_getaffinity(0, sizeof main_now, &main_now), 0);
+    EXPECT_TRUE(CPU_EQUAL(&main_now, &allowed)) << "the calling thread only is placed";
+    if (vtest::log_lines().empty()) {
+        EXPECT_EQ(CPU_COUNT(&seen), 1);
+        EXPECT_TRUE(CPU_ISSET(first, &seen));
+    } else {
+        // An emulator that wants whole 64-bit mask words refuses a 4-byte mask.
+        EXPECT_EQ(vtest::log_count(6, "Error in the syscall setaffinity!"), 1);
+        EXPECT_TRUE(CPU_EQUAL(&seen, &allowed));
+    }
+}
+
+}  // namespace
