@@ -1,0 +1,38 @@
+// A small command-line parser: options with values, flags and positional arguments.
+#ifndef VANTOR_TOOLS_ARGS_H
+#define VANTOR_TOOLS_ARGS_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vtool {
+
+struct option_spec {
+    const char* name;   // canonical long name, e.g. "--size"
+    const char* alias;  // short or alternative spelling, e.g. "-s"; may be null
+    bool takes_value;
+};
+
+struct parsed_args {
+    std::map<std::string, std::string> values;  // by canonical name
+    std::vector<std::string> flags;             // canonical names of flags given
+    std::vector<std::string> positionals;       // "-" counts as positional
+
+    bool has(const std::string& name) const;
+    std::string value(const std::string& name, const std::string& fallback) const;
+};
+
+// Parses argv[first .. argc - 1] for `command`. "--name=value" and "--name value" both work;
+// "--" ends the options. An unknown option or a missing value is a usage error.
+parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_spec>& specs,
+                       const std::string& command);
+
+// Integer and real option values, with the option's name in the error.
+int int_value(const parsed_args& a, const std::string& name, int fallback, int lo, int hi);
+double real_value(const parsed_args& a, const std::string& name, double fallback, double lo,
+                  double hi);
+
+}  // namespace vtool
+
+#endif

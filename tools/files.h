@@ -1,0 +1,71 @@
+// Reading input from a file or standard input, and writing output so that a file appears under
+// its name only when it is complete.
+#ifndef VANTOR_TOOLS_FILES_H
+#define VANTOR_TOOLS_FILES_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace vtool {
+
+// A file opened for reading, or standard input for "-". Failures throw tool_error.
+struct input_file {
+    explicit input_file(const std::string& path);
+    ~input_file();
+    input_file(const input_file&) = delete;
+    input_file& operator=(const input_file&) = delete;
+
+    // Reads up to n bytes; fewer only at the end of the input.
+    size_t read(uint8_t* dst, size_t n);
+    // The first n bytes without consuming them (fewer if the input is shorter).
+    const std::vector<uint8_t>& peek(size_t n);
+    std::vector<uint8_t> read_all();
+
+    std::string name;      // as given, or "standard input"
+    bool regular = false;  // a regular file, whose size is known in advance
+    uint64_t size = 0;     // its size in bytes when regular
+    int fd = -1;
+
+  private:
+    std::vector<uint8_t> peeked_;
+    size_t peek_pos_ = 0;
+};
+
+// Output to a temporary file beside `path`, renamed to `path` by commit() and removed if the
+// object is destroyed uncommitted (or the process is interrupted). "-" writes to standard
+// output directly. The constructor fails at once when the directory cannot be written.
+struct output_file {
+    explicit output_file(const std::string& path);
+    ~output_file();
+    output_file(const output_file&) = delete;
+    output_file& operator=(const output_file&) = delete;
+
+    void write(const uint8_t* data, size_t n);
+    void commit();
+
+    std::string name;
+
+  private:
+    std::string temp_;
+    int fd_ = -1;
+    bool to_stdout_ = false;
+    bool committed_ = false;
+};
+
+void write_whole_file(const std::string& path, const std::vector<uint8_t>& bytes);
+
+// Removes pending temporary files when the process is stopped by SIGINT, SIGTERM or SIGHUP,
+// and turns a broken pipe into a write error instead of a silent death.
+void install_signal_cleanup();
+
+// True when `path` names standard input or output.
+inline bool is_stdio(const std::string& path) {
+    return path == "-";
+}
+
+}  // namespace vtool
+
+#endif
