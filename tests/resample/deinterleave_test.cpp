@@ -1,0 +1,164 @@
+// Deinterleave: which input byte lands in which output sample, the exact luma copy of the
+// 4:2:2 kernels, the first-band asymmetry of the chroma-only kernel, and the bounds that write
+// nothing; each for the vector and the scalar form.
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "resample/deinterleave.h"
+
+namespace {
+
+struct kernels {
+    const char* name;
+    decltype(&deinterleave_yuv420_uv_downsample_c) nv21;
+    decltype(&deinterleave_yuv422_uv_downsample_c) yuv422;
+    decltype(&deinterleave_uv422_uv_downsample_c) uv422;
+};
+
+const kernels kKinds[] = {
+    {"neon", deinterleave_yuv420_uv_downsample_neon, deinterleave_yuv422_uv_downsample_neon,
+     deinterleave_uv422_uv_downsample_neon},
+    {"c", deinterleave_yuv420_uv_downsample_c, deinterleave_yuv422_uv_downsample_c,
+     deinterleave_uv422_uv_downsample_c},
+};
+
+void PrintTo(const kernels& k, std::ostream* os) {
+    *os << k.name;
+}
+
+// A byte that differs between nearby positions, so a sample taken from the wrong place shows.
+uint8_t mark(size_t i) {
+    return static_cast<uint8_t>((i * 2654435761u) >> 13);
+}
+
+std::vector<uint8_t> marked(size_t n) {
+    std::vector<uint8_t> v(n);
+    for (size_t i = 0; i < n; ++i)
+        v[i] = mark(i);
+    return v;
+}
+
+class Deinterleave : public testing::TestWithParam<kernels> {};
+
+TEST_P(Deinterleave, Nv21FrameKeepsVAndUOfEveryEighthPairOfEveryEighthRow) {
+    // 4096 x 2304: 256 x 144 block values; value (r, c) is VU row 8r, pair 8c.
+    const int width = 4096, height = 2304;
+    const std::vector<uint8_t> vu = marked(static_cast<size_t>(width) * height / 2);
+    std::vector<uint8_t> first(256 * 144, 0xEE), second(256 * 144, 0xEE);
+    GetParam().nv21(first.data(), second.data(), vu.data(), width & ~127, height & ~15, width);
+    for (int r = 0; r < 144; ++r) {
+        for (int c = 0; c < 256; ++c) {
+            const size_t pair = static_cast<size_t>(8 * r) * width + 2 * (8 * c);
+            ASSERT_EQ(first[r * 256 + c], vu[pair]) << "V at block " << r << ", " << c;
+            ASSERT_EQ(second[r * 256 + c], vu[pair + 1]) << "U at block " << r << ", " << c;
+        }
+    }
+}
+
+TEST_P(Deinterleave, PackedLumaIsAnExactCopyAndChromaIsDecimated) {
+    // Width 400 with the worker's bound 384: columns 384 .. 399 are left to its edge code.
+    const int width = 400, bound = width & ~127, height = 48;
+    const std::vector<uint8_t> packed = marked(static_cast<size_t>(2) * width * height);
+    const int blocks = width / 16;
+    std::vector<uint8_t> y(static_cast<size_t>(width) * height, 0xEE);
+    std::vector<uint8_t> first(blocks * 3, 0xEE), second(blocks * 3, 0xEE);
+    GetParam().yuv422(y.data(), first.data(), second.data(), packed.data(), width, height, bound);
+    for (int r = 0; r < height; ++r) {
+        for (int x = 0; x < width; ++x) {
+            const uint8_t want = x < bound ? packed[2 * (r * width + x)] : 0xEE;
+            ASSERT_EQ(y[r * width + x], want) << "luma row " << r << " column " << x;
+        }
+    }
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < blocks; ++c) {
+            const size_t group = 2 * (static_cast<size_t>(16 * r) * width + 16 * c);
+            const bool covered = 16 * c < bound;
+            EXPECT_EQ(first[r * blocks + c], covered ? packed[group + 1] : 0xEE) << r << "," << c;
+            EXPECT_EQ(second[r * blocks + c], covered ? packed[group + 3] : 0xEE) << r << "," << c;
+        }
+    }
+}
+
+TEST_P(Deinterleave, ChromaOnlyKernelSkipsLumaInTheFirstBandOnly) {
+    const int width = 256, height = 48;
+    const std::vector<uint8_t> packed = marked(static_cast<size_t>(2) * width * height);
+    std::vector<uint8_t> y_full(width * height, 0xEE), y(width * height, 0xEE);
+    std::vector<uint8_t> first_full(48, 0xEE), second_full(48, 0xEE), first(48, 0xEE),
+        second(48, 0xEE);
+    GetParam().yuv422(y_full.data(), first_full.data(), second_full.data(), packed.data(), width,
+                      height, width);
+    GetParam().uv422(y.data(), first.data(), second.data(), packed.data(), width, height, width);
+    EXPECT_EQ(first, first_full);
+    EXPECT_EQ(second, second_full);
+    for (int i = 0; i < width * height; ++i)
+        ASSERT_EQ(y[i], i < 16 * width ? 0xEE : y_full[i]) << "luma byte " << i;
+}
+
+TEST_P(Deinterleave, PackedBandIsAlwaysSixteenRows) {
+    // A height_bound of 5 still runs one whole band: 16 luma rows.
+    const int width = 128;
+    const std::vector<uint8_t> packed = marked(static_cast<size_t>(2) * width * 17);
+    std::vector<uint8_t> y(width * 17, 0xEE), first(8), second(8);
+    GetParam().yuv422(y.data(), first.data(), second.data(), packed.data(), width, 5, width);
+    for (int r = 0; r < 17; ++r) {
+        EXPECT_EQ(y[r * width + 7], r < 16 ? packed[2 * (r * width + 7)] : 0xEE) << "row " << r;
+    }
+}
+
+struct bounds {
+    int32_t width_bound, height_bound;
+};
+
+const bounds kNothing[] = {{0, 32}, {128, 0}, {-128, 32}, {128, -16}, {0, 0}};
+
+TEST_P(Deinterleave, EmptyBoundsWriteNothing) {
+    const int width = 256;
+    const std::vector<uint8_t> in = marked(static_cast<size_t>(2) * width * 32);
+    for (const bounds& b : kNothing) {
+        std::vector<uint8_t> y(width * 32, 0xEE), first(64, 0xEE), second(64, 0xEE);
+        GetParam().nv21(first.data(), second.data(), in.data(), b.width_bound, b.height_bound,
+                        width);
+        GetParam().yuv422(y.data(), first.data(), second.data(), in.data(), width, b.height_bound,
+                          b.width_bound);
+        GetParam().uv422(y.data(), first.data(), second.data(), in.data(), width, b.height_bound,
+                         b.width_bound);
+        const std::string where =
+            std::to_string(b.width_bound) + " x " + std::to_string(b.height_bound);
+        EXPECT_EQ(y, std::vector<uint8_t>(width * 32, 0xEE)) << where;
+        EXPECT_EQ(first, std::vector<uint8_t>(64, 0xEE)) << where;
+        EXPECT_EQ(second, std::vector<uint8_t>(64, 0xEE)) << where;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Deinterleave, testing::ValuesIn(kKinds),
+                         [](const testing::TestParamInfo<kernels>& info) {
+                             return info.param.name;
+                         });
+
+TEST(UvDownsample, EverySixteenthRowAndEighthColumn) {
+    const int rows = 40, row_len = 68;  // 2 output rows of 8 values (68 >> 3)
+    const std::vector<uint8_t> src = marked(static_cast<size_t>(rows) * row_len);
+    std::vector<uint8_t> dst(20, 0xEE);
+    uv_downsample(src.data(), dst.data(), rows, row_len);
+    for (int k = 0; k < 2; ++k) {
+        for (int j = 0; j < 8; ++j)
+            EXPECT_EQ(dst[k * 8 + j], src[16 * row_len * k + 8 * j]) << k << "," << j;
+    }
+    for (int i = 16; i < 20; ++i)
+        EXPECT_EQ(dst[i], 0xEE) << "past the output at " << i;
+}
+
+TEST(UvDownsample, FewerThanSixteenRowsWriteNothing) {
+    const std::vector<uint8_t> src = marked(16 * 64);
+    for (int rows : {15, 1, 0, -16}) {
+        std::vector<uint8_t> dst(16, 0xEE);
+        uv_downsample(src.data(), dst.data(), rows, 64);
+        EXPECT_EQ(dst, std::vector<uint8_t>(16, 0xEE)) << "rows " << rows;
+    }
+}
+
+}  // namespace
