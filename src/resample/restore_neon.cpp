@@ -84,27 +84,58 @@ inline uint8x8x2_t blend8(uint8x8_t c1, uint8x8_t c2, uint8x8_t f1, uint8x8_t f2
     return out;
 }
 
-// clamp(a + b - 128, 0, 255): subtraction saturating at 0, narrowing saturating at 255.
-inline uint8x8_t rebuilt_luma(uint8x8_t a, uint8x8_t b) {
-    return vqmovn_u16(vqsubq_u16(vaddl_u8(a, b), vdupq_n_u16(128)));
+// clamp(a + b - 128, 0, 255) for 16 pixels: subtraction saturating at 0, narrowing
+// saturating at 255.
+inline uint8x16_t rebuilt_luma(uint8x16_t a, uint8x16_t b) {
+    const uint16x8_t bias = vdupq_n_u16(128);
+    return vcombine_u8(vqmovn_u16(vqsubq_u16(vaddl_u8(vget_low_u8(a), vget_low_u8(b)), bias)),
+                       vqmovn_u16(vqsubq_u16(vaddl_u8(vget_high_u8(a), vget_high_u8(b)), bias)));
 }
 
-// 4:2:0 luma for 8 pixels, step limit 1 << shift.
-template <int shift>
-inline uint8x8_t luma420(uint8x8_t a, uint8x8_t b, uint8x8_t yo) {
-    const uint8x8_t dm = vdup_n_u8(1 << shift);
-    const uint8x8_t t = rebuilt_luma(a, b);
-    const uint8x8_t d = vmin_u8(vabd_u8(t, yo), dm);
-    return vshrn_n_u16(vmlal_u8(vmull_u8(vsub_u8(dm, d), t), d, yo), shift);
+// Truncating mean (a + b) >> 1 of 16 bytes. Native NEON has it as one instruction; where the
+// intrinsics are translated, (a & b) + ((a ^ b) >> 1), the same value, maps to plain vector
+// operations while the halving add does not.
+inline uint8x16_t mean_down(uint8x16_t a, uint8x16_t b) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vhaddq_u8(a, b);
+#else
+    return vaddq_u8(vandq_u8(a, b), vshrq_n_u8(veorq_u8(a, b), 1));
+#endif
 }
 
-inline uint8x8_t luma422(uint8x8_t a, uint8x8_t b, uint8x8_t yo) {
-    const uint8x8_t t = rebuilt_luma(a, b);
-    const uint8x8_t d = vmin_u8(vqsub_u8(vabd_u8(t, yo), vdup_n_u8(1)), vdup_n_u8(2));
-    return vshrn_n_u16(vmlal_u8(vmull_u8(vsub_u8(vdup_n_u8(2), d), t), d, yo), 1);
+// With a limit of 2 the blend ((2 - d) * t + d * yo) >> 1 has three outcomes: t for d = 0,
+// the truncating mean (t + yo) >> 1 for d = 1 (which is also t for d = 0), yo for d = 2. So it
+// is a halving add and a select, with no widening.
+
+// 4:2:0 capture luma (limit 2) for 16 pixels.
+inline uint8x16_t luma420_capture(uint8x16_t a, uint8x16_t b, uint8x16_t yo) {
+    const uint8x16_t t = rebuilt_luma(a, b);
+    const uint8x16_t far = vcgeq_u8(vabdq_u8(t, yo), vdupq_n_u8(2));
+    return vbslq_u8(far, yo, mean_down(t, yo));
 }
 
-template <int shift>
+// 4:2:0 preview luma (limit 4): ((4 - d) * t + d * yo) >> 2 in 16-bit halves.
+inline uint8x16_t luma420_preview(uint8x16_t a, uint8x16_t b, uint8x16_t yo) {
+    const uint8x16_t dm = vdupq_n_u8(4);
+    const uint8x16_t t = rebuilt_luma(a, b);
+    const uint8x16_t d = vminq_u8(vabdq_u8(t, yo), dm);
+    const uint8x16_t keep = vsubq_u8(dm, d);
+    const uint16x8_t lo =
+        vmlal_u8(vmull_u8(vget_low_u8(keep), vget_low_u8(t)), vget_low_u8(d), vget_low_u8(yo));
+    const uint16x8_t hi =
+        vmlal_u8(vmull_u8(vget_high_u8(keep), vget_high_u8(t)), vget_high_u8(d), vget_high_u8(yo));
+    return vcombine_u8(vshrn_n_u16(lo, 2), vshrn_n_u16(hi, 2));
+}
+
+// 4:2:2 luma: the dead zone makes a difference of 0 or 1 write t, 2 the mean, 3 or more yo.
+inline uint8x16_t luma422(uint8x16_t a, uint8x16_t b, uint8x16_t yo) {
+    const uint8x16_t t = rebuilt_luma(a, b);
+    const uint8x16_t diff = vabdq_u8(t, yo);
+    const uint8x16_t mean_or_input = vbslq_u8(vceqq_u8(diff, vdupq_n_u8(2)), mean_down(t, yo), yo);
+    return vbslq_u8(vcleq_u8(diff, vdupq_n_u8(1)), t, mean_or_input);
+}
+
+template <uint8x16_t (*luma)(uint8x16_t, uint8x16_t, uint8x16_t)>
 void luma420_pass(const uint8_t* y_in, const uint8_t* a, const uint8_t* b, uint8_t* y_out,
                   int32_t width, int32_t height) {
     for (int32_t row = 0; row < height; ++row) {
@@ -113,12 +144,7 @@ void luma420_pass(const uint8_t* y_in, const uint8_t* a, const uint8_t* b, uint8
             VTR_PREFETCH(a + VTR_RESTORE_PREFETCH);
             VTR_PREFETCH(b + VTR_RESTORE_PREFETCH);
             const uint8x16_t yo = vld1q_u8(y_in);
-            const uint8x16_t va = vld1q_u8(a);
-            const uint8x16_t vb = vld1q_u8(b);
-            const uint8x8_t lo = luma420<shift>(vget_low_u8(va), vget_low_u8(vb), vget_low_u8(yo));
-            const uint8x8_t hi =
-                luma420<shift>(vget_high_u8(va), vget_high_u8(vb), vget_high_u8(yo));
-            vst1q_u8(y_out, vcombine_u8(lo, hi));
+            vst1q_u8(y_out, luma(vld1q_u8(a), vld1q_u8(b), yo));
             y_in += 16;
             a += 16;
             b += 16;
@@ -127,24 +153,52 @@ void luma420_pass(const uint8_t* y_in, const uint8_t* a, const uint8_t* b, uint8
     }
 }
 
-// 8 VU pairs per step; the column counter advances by `advance` per step.
+// Blends 16 pairs: inputs c1, c2, upsampled f1, f2.
+inline uint8x16x2_t blend16(uint8x16_t c1, uint8x16_t c2, uint8x16_t f1, uint8x16_t f2,
+                            const divisor& d) {
+    const uint8x16_t d1 = vabdq_u8(c1, f1);
+    const uint8x16_t d2 = vabdq_u8(c2, f2);
+    const uint8x16_t w = vcombine_u8(blend_weight(vaddl_u8(vget_low_u8(d1), vget_low_u8(d2)), d),
+                                     blend_weight(vaddl_u8(vget_high_u8(d1), vget_high_u8(d2)), d));
+    const uint8x16_t iw = vsubq_u8(vdupq_n_u8(64), w);
+    uint8x16x2_t out;
+    out.val[0] = vcombine_u8(vshrn_n_u16(vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f1)),
+                                                  vget_low_u8(w), vget_low_u8(c1)),
+                                         6),
+                             vshrn_n_u16(vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f1)),
+                                                  vget_high_u8(w), vget_high_u8(c1)),
+                                         6));
+    out.val[1] = vcombine_u8(vshrn_n_u16(vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f2)),
+                                                  vget_low_u8(w), vget_low_u8(c2)),
+                                         6),
+                             vshrn_n_u16(vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f2)),
+                                                  vget_high_u8(w), vget_high_u8(c2)),
+                                         6));
+    return out;
+}
+
+// The 4:2:0 chroma walk: `rows` rows of `steps` 16-byte steps each. Rows follow each other
+// without gaps, so the walk is one run of rows * steps * 16 VU bytes (and half as many bytes
+// of each upsampled plane), taken 32 bytes at a time with one 16-byte step at the end when
+// the count of steps is odd.
 void chroma420_pass(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
-                    uint8_t* vu_out, int32_t width, int32_t rows, int32_t advance,
-                    const divisor& d) {
-    for (int32_t row = 0; row < rows; ++row) {
-        for (int32_t x = 0; x < width; x += advance) {
-            VTR_PREFETCH(vu_in + VTR_RESTORE_PREFETCH);
-            VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
-            VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
-            const uint8x8x2_t c = vld2_u8(vu_in);
-            const uint8x8_t f1 = vld1_u8(up_first);
-            const uint8x8_t f2 = vld1_u8(up_second);
-            vst2_u8(vu_out, blend8(c.val[0], c.val[1], f1, f2, d));
-            vu_in += 16;
-            vu_out += 16;
-            up_first += 8;
-            up_second += 8;
-        }
+                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor& d) {
+    const ptrdiff_t total = static_cast<ptrdiff_t>(rows) * steps;
+    ptrdiff_t i = 0;
+    for (; i + 2 <= total; i += 2) {
+        VTR_PREFETCH(vu_in + VTR_RESTORE_PREFETCH);
+        VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
+        VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
+        const uint8x16x2_t c = vld2q_u8(vu_in);
+        vst2q_u8(vu_out, blend16(c.val[0], c.val[1], vld1q_u8(up_first), vld1q_u8(up_second), d));
+        vu_in += 32;
+        vu_out += 32;
+        up_first += 16;
+        up_second += 16;
+    }
+    if (i < total) {
+        const uint8x8x2_t c = vld2_u8(vu_in);
+        vst2_u8(vu_out, blend8(c.val[0], c.val[1], vld1_u8(up_first), vld1_u8(up_second), d));
     }
 }
 
@@ -167,8 +221,11 @@ void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8
                 // Even component bytes go with Y0, odd ones with Y1.
                 const uint8x8x2_t va = vld2_u8(a);
                 const uint8x8x2_t vb = vld2_u8(b);
-                g.val[0] = luma422(va.val[0], vb.val[0], g.val[0]);
-                g.val[2] = luma422(va.val[1], vb.val[1], g.val[2]);
+                const uint8x16_t y =
+                    luma422(vcombine_u8(va.val[0], va.val[1]), vcombine_u8(vb.val[0], vb.val[1]),
+                            vcombine_u8(g.val[0], g.val[2]));
+                g.val[0] = vget_low_u8(y);
+                g.val[2] = vget_high_u8(y);
                 a += 16;
                 b += 16;
             }
@@ -194,11 +251,11 @@ void restore_interleave_yuv420_neon(const uint8_t* y_in, const uint8_t* vu_in,
     if (width <= 0 || (width & 15) != 0 || height <= 0)
         return;
     if (scenario == 1)
-        luma420_pass<2>(y_in, y_comp_a, y_comp_b, y_out, width, height);
+        luma420_pass<luma420_preview>(y_in, y_comp_a, y_comp_b, y_out, width, height);
     else
-        luma420_pass<1>(y_in, y_comp_a, y_comp_b, y_out, width, height);
+        luma420_pass<luma420_capture>(y_in, y_comp_a, y_comp_b, y_out, width, height);
     const int32_t chroma_rows = static_cast<int32_t>(static_cast<uint32_t>(height) >> 1);
-    chroma420_pass(vu_in, up_first, up_second, vu_out, width, chroma_rows, 16, make_divisor(S));
+    chroma420_pass(vu_in, up_first, up_second, vu_out, chroma_rows, width / 16, make_divisor(S));
 }
 
 void restore_interleave_yuv422_neon(uint8_t* frame, const uint8_t* y_comp_a,
@@ -214,8 +271,9 @@ void restore_interleave_uv420_neon(const uint8_t* y_in, const uint8_t* vu_in,
                                    int32_t rows, int32_t S, uint8_t* vu_out) {
     if (width <= 0 || (width & 15) != 0 || rows <= 0)
         return;
-    // One 16-byte step per 32 of width: each row covers width / 2 bytes of VU.
-    chroma420_pass(vu_in, up_first, up_second, vu_out, width, rows, 32, make_divisor(S));
+    // The column counter advances by 32 per 16-byte step: one step per 32 of width, rounded
+    // up, so each row covers width / 2 bytes of VU when width is a multiple of 32.
+    chroma420_pass(vu_in, up_first, up_second, vu_out, rows, (width + 31) / 32, make_divisor(S));
 }
 
 void restore_interleave_uv422_neon(uint8_t* frame, const uint8_t* y_comp_a, const uint8_t* y_comp_b,
