@@ -17,7 +17,7 @@ std::string parsed_args::value(const std::string& name, const std::string& fallb
     return it == values.end() ? fallback : it->second;
 }
 
-parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_spec>& specs,
+parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_def>& defs,
                        const std::string& command) {
     parsed_args out;
     bool options_done = false;
@@ -39,25 +39,25 @@ parsed_args parse_args(int argc, char** argv, int first, const std::vector<optio
             arg = arg.substr(0, eq);
             has_inline = true;
         }
-        const option_spec* spec = nullptr;
-        for (const option_spec& s : specs)
+        const option_def* def = nullptr;
+        for (const option_def& s : defs)
             if (arg == s.name || (s.alias && arg == s.alias))
-                spec = &s;
-        if (!spec)
+                def = &s;
+        if (!def)
             usage_error("unknown option " + arg + " for 'vantor " + command +
                         "' (see vantor help)");
-        if (!spec->takes_value) {
+        if (!def->takes_value) {
             if (has_inline)
-                usage_error(std::string(spec->name) + " takes no value");
-            out.flags.push_back(spec->name);
+                usage_error(std::string(def->name) + " takes no value");
+            out.flags.push_back(def->name);
             continue;
         }
         if (!has_inline) {
             if (i + 1 >= argc)
-                usage_error(std::string(spec->name) + " needs a value");
+                usage_error(std::string(def->name) + " needs a value");
             inline_value = argv[++i];
         }
-        out.values[spec->name] = inline_value;
+        out.values[def->name] = inline_value;
     }
     return out;
 }

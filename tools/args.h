@@ -8,7 +8,7 @@
 
 namespace vtool {
 
-struct option_spec {
+struct option_def {
     const char* name;   // canonical long name, e.g. "--size"
     const char* alias;  // short or alternative spelling, e.g. "-s"; may be null
     bool takes_value;
@@ -25,7 +25,7 @@ struct parsed_args {
 
 // Parses argv[first .. argc - 1] for `command`. "--name=value" and "--name value" both work;
 // "--" ends the options. An unknown option or a missing value is a usage error.
-parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_spec>& specs,
+parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_def>& defs,
                        const std::string& command);
 
 // Integer and real option values, with the option's name in the error.

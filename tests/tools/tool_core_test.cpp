@@ -70,7 +70,8 @@ struct temp_dir {
 void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes) {
     FILE* f = fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
-    fwrite(bytes.data(), 1, bytes.size(), f);
+    if (!bytes.empty())
+        fwrite(bytes.data(), 1, bytes.size(), f);
     fclose(f);
 }
 
@@ -207,11 +208,11 @@ TEST(Formats, GeometryTheLibraryAccepts) {
 }
 
 TEST(Args, OptionsFlagsAndPositionals) {
-    const std::vector<option_spec> specs = {
+    const std::vector<option_def> defs = {
         {"--size", "-s", true}, {"--quiet", "-q", false}, {"--format", nullptr, true}};
     const char* argv[] = {"vantor", "denoise", "-s", "32x16", "--format=yuyv",
                           "-",      "-q",      "--", "-x",    "out"};
-    const parsed_args a = parse_args(10, const_cast<char**>(argv), 2, specs, "denoise");
+    const parsed_args a = parse_args(10, const_cast<char**>(argv), 2, defs, "denoise");
     EXPECT_EQ(a.value("--size", ""), "32x16");
     EXPECT_EQ(a.value("--format", ""), "yuyv");
     EXPECT_TRUE(a.has("--quiet"));
@@ -227,7 +228,7 @@ TEST(Args, OptionsFlagsAndPositionals) {
     for (const auto& c : bad) {
         EXPECT_EQ(error_of([&] {
                       parse_args(static_cast<int>(c.argv.size()), const_cast<char**>(c.argv.data()),
-                                 2, specs, "denoise");
+                                 2, defs, "denoise");
                   }),
                   c.error);
     }
