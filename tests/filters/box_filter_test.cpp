@@ -1,0 +1,189 @@
+// Box filter: every height against the definition (64 weights, mirror border), numeric cases,
+// the vector/scalar split of a strip, and sizes that must write nothing.
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "filters/box_filter.h"
+#include "support/frames.h"
+
+namespace {
+
+constexpr uint8_t kUnwritten = 0x5A;
+
+// Mirror about the first and last row, repeated until inside; a loop, independent of the
+// library's closed form.
+int reflect(int r, int n) {
+    while (n > 1 && (r < 0 || r >= n))
+        r = r < 0 ? -r : 2 * (n - 1) - r;
+    return n > 1 ? r : 0;
+}
+
+// Rows y - 31 .. y + 31 plus the centre again, rounded half up; then the detail.
+void box_reference(const uint8_t* src, uint8_t* low, uint8_t* high, int stride, int height,
+                   int width) {
+    for (int x = 0; x < width; ++x) {
+        for (int y = 0; y < height; ++y) {
+            int sum = src[y * stride + x];
+            for (int k = -31; k <= 31; ++k)
+                sum += src[reflect(y + k, height) * stride + x];
+            const int l = (sum + 32) / 64, h = src[y * stride + x] + 128 - l;
+            low[y * stride + x] = static_cast<uint8_t>(l);
+            high[y * stride + x] = static_cast<uint8_t>(h < 0 ? 0 : h > 255 ? 255 : h);
+        }
+    }
+}
+
+enum entry { vector_blocks, scalar_blocks, job };
+const char* const entry_names[] = {"box_filter_col_neon", "box_filter_col_c", "box_filter_run_job"};
+
+int owned_columns(entry e, int width) {
+    return e == job ? width : width & ~31;
+}
+
+void run(entry e, const uint8_t* src, uint8_t* low, uint8_t* high, int stride, int height,
+         int width) {
+    if (e == vector_blocks)
+        box_filter_col_neon(src, low, high, stride, height, width);
+    if (e == scalar_blocks)
+        box_filter_col_c(src, low, high, stride, height, width);
+    if (e != job)
+        return;
+    box_filter_job j{};
+    j.stride = stride;
+    j.height = height;
+    j.width = width;
+    j.source = src;
+    j.low = low;
+    j.high = high;
+    box_filter_run_job(&j);
+}
+
+// Heights 1..70 cover the repeated mirror, the 64-row running-sum minimum and the 65 rows of
+// the vector phases; widths with and without a scalar tail. The row padding and the columns an
+// entry does not own must stay untouched.
+TEST(BoxFilter, MatchesDefinitionForEveryHeight) {
+    vtest::rng r(1234);
+    for (int h = 1; h <= 130; h += h < 70 ? 1 : 30) {
+        for (int w : {32, 45, 71}) {
+            const int stride = w + 5;
+            std::vector<uint8_t> src(stride * h);
+            const vtest::pattern p = vtest::all_patterns[h % 9];
+            vtest::fill_plane(src.data(), stride, h, stride, p, r);
+            for (entry e : {vector_blocks, scalar_blocks, job}) {
+                std::vector<uint8_t> want_low(src.size(), kUnwritten), want_high(want_low);
+                std::vector<uint8_t> low(want_low), high(want_low);
+                box_reference(src.data(), want_low.data(), want_high.data(), stride, h,
+                              owned_columns(e, w));
+                run(e, src.data(), low.data(), high.data(), stride, h, w);
+                const std::string what = std::string(entry_names[e]) + " " + std::to_string(w) +
+                                         "x" + std::to_string(h) + " " + vtest::pattern_name(p);
+                ASSERT_EQ("", vtest::first_difference(want_low.data(), low.data(), stride, h,
+                                                      stride, (what + " low").c_str()));
+                ASSERT_EQ("", vtest::first_difference(want_high.data(), high.data(), stride, h,
+                                                      stride, (what + " high").c_str()));
+            }
+        }
+    }
+}
+
+struct numeric_case {
+    const char* name;
+    int height, fill;
+    int bright_row, bright_value;  // one row set apart from the fill (-1: none)
+    int row, low, high;            // expected result at that row
+};
+
+TEST(BoxFilter, NumericCases) {
+    const numeric_case cases[] = {
+        {"flat 200", 65, 200, -1, 0, 32, 200, 128},
+        {"flat 255, short plane", 7, 255, -1, 0, 6, 255, 128},
+        {"flat 0", 100, 0, -1, 0, 99, 0, 128},
+        // Row 0 holds it once plus the doubled centre: (2 * 255 + 32) >> 6 = 8, high clamped.
+        {"bright top row, row 0", 65, 0, 0, 255, 0, 8, 255},
+        // Row 1's window (rows -30..32, mirrored) holds row 0 once: (255 + 32) >> 6 = 4.
+        {"bright top row, row 1", 65, 0, 0, 255, 1, 4, 124},
+        {"bright top row, row 32", 100, 0, 0, 255, 32, 0, 128},
+        // The edge row is not repeated: row 5 counts for row 0 as rows -5 and 5.
+        {"mirror at the top", 65, 0, 5, 64, 0, 2, 126},
+        {"mirror at the bottom", 120, 0, 114, 96, 119, 3, 125},
+        // One row: every window row is row 0, so low is the row itself.
+        {"single row", 1, 77, -1, 0, 0, 77, 128},
+    };
+    for (const numeric_case& c : cases) {
+        for (entry e : {vector_blocks, scalar_blocks, job}) {
+            const int width = 45;
+            std::vector<uint8_t> src(width * c.height, c.fill), low(src.size()), high(low);
+            if (c.bright_row >= 0)
+                memset(&src[c.bright_row * width], c.bright_value, width);
+            run(e, src.data(), low.data(), high.data(), width, c.height, width);
+            for (int x = 0; x < owned_columns(e, width); ++x) {
+                ASSERT_EQ(c.low, low[c.row * width + x]) << c.name << " " << entry_names[e];
+                ASSERT_EQ(c.high, high[c.row * width + x]) << c.name << " " << entry_names[e];
+            }
+        }
+    }
+}
+
+// Strip A (45 columns) filters plane columns 32..44 in its scalar tail, strip B (from column
+// 13, 32 wide) filters them in its only vector block: the bytes must agree.
+TEST(BoxFilter, ColumnResultDoesNotDependOnThePath) {
+    vtest::rng r(99);
+    for (int height : {40, 64, 65, 200}) {
+        const int stride = 64;
+        std::vector<uint8_t> src(stride * height), la(src.size()), ha(la), lb(la), hb(la);
+        vtest::fill_plane(src.data(), stride, height, stride, vtest::pattern::noise_full, r);
+        run(job, src.data(), la.data(), ha.data(), stride, height, 45);
+        run(job, src.data() + 13, lb.data() + 13, hb.data() + 13, stride, height, 32);
+        for (int y = 0; y < height; ++y) {
+            ASSERT_EQ(0, memcmp(&la[y * stride + 13], &lb[y * stride + 13], 32)) << y;
+            ASSERT_EQ(0, memcmp(&ha[y * stride + 13], &hb[y * stride + 13], 32)) << y;
+        }
+    }
+}
+
+TEST(BoxFilter, EmptyAndPartialSizesWriteNothing) {
+    const struct {
+        entry e;
+        int width, height;
+    } cases[] = {{vector_blocks, 31, 100},
+                 {vector_blocks, 32, 0},
+                 {scalar_blocks, 31, 100},
+                 {job, 40, 0},
+                 {job, 40, -3},
+                 {job, 0, 70},
+                 {job, -8, 70}};
+    for (const auto& c : cases) {
+        const std::vector<uint8_t> src(40 * 100, 9);
+        std::vector<uint8_t> low(src.size(), kUnwritten), high(low);
+        run(c.e, src.data(), low.data(), high.data(), 40, c.height, c.width);
+        EXPECT_EQ(std::vector<uint8_t>(src.size(), kUnwritten), low)
+            << entry_names[c.e] << " " << c.width << "x" << c.height;
+        EXPECT_EQ(low, high);
+    }
+}
+
+// Small and threshold planes in page-end buffers: a read or write past the last pixel faults,
+// a write in front of the first is caught by the guard.
+TEST(BoxFilter, SmallPlanesStayInsideGuardedBuffers) {
+    vtest::rng r(77);
+    for (int height : {1, 2, 63, 64, 65}) {
+        for (int width : {1, 31, 32, 33, 64}) {
+            const size_t bytes = static_cast<size_t>(width) * height;
+            vtest::guarded src(bytes), low(bytes), high(bytes);
+            vtest::fill_plane(src.data(), width, height, width, vtest::pattern::extremes, r);
+            std::vector<uint8_t> want_low(bytes), want_high(bytes);
+            box_reference(src.data(), want_low.data(), want_high.data(), width, height, width);
+            run(job, src.data(), low.data(), high.data(), width, height, width);
+            const std::string what = std::to_string(width) + "x" + std::to_string(height);
+            EXPECT_EQ(0, memcmp(want_low.data(), low.data(), bytes)) << what;
+            EXPECT_EQ(0, memcmp(want_high.data(), high.data(), bytes)) << what;
+            EXPECT_TRUE(low.front_intact() && high.front_intact()) << what;
+        }
+    }
+}
+
+}  // namespace
