@@ -23,36 +23,49 @@ TEST(RunSignal, SignalsOnTheTargetCallOnlyAndResets) {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
     int32_t counter = 0;
-    std::atomic<int> woken{0};
+    int wakes = 0;
     bool waiting = false;
-    // One waiter, as the stage driver: it counts every wake-up it gets.
+    bool stop = false;
+    // One waiter, as the stage driver; it counts every wake-up it gets.
     std::thread waiter([&] {
         pthread_mutex_lock(&mutex);
-        waiting = true;
-        while (woken.load() == 0) {
+        while (!stop) {
+            waiting = true;
             pthread_cond_wait(&cond, &mutex);
-            if (counter == 0)
-                woken.fetch_add(1);
+            waiting = false;
+            wakes += 1;
         }
         pthread_mutex_unlock(&mutex);
     });
-    for (;;) {
+    auto state = [&](bool* is_waiting) {
         pthread_mutex_lock(&mutex);
-        const bool ready = waiting;
+        const int n = wakes;
+        *is_waiting = waiting;
         pthread_mutex_unlock(&mutex);
-        if (ready)
-            break;
-        std::this_thread::yield();
-    }
-    const int32_t expected[] = {1, 2, 3, 0, 1};
+        return n;
+    };
+    const int32_t counts[] = {1, 2, 3, 0, 1};
+    const int wakes_after[] = {0, 0, 0, 1, 1};
     for (int call = 0; call < 5; ++call) {
+        bool is_waiting = false;
+        while (state(&is_waiting), !is_waiting)
+            std::this_thread::yield();
         pthread_mutex_lock(&mutex);
         vantor_run_signal(&cond, &counter, 4);
-        EXPECT_EQ(counter, expected[call]) << "after call " << call + 1;
+        EXPECT_EQ(counter, counts[call]) << "after call " << call + 1;
         pthread_mutex_unlock(&mutex);
+        // Time for a wake-up to land; the fourth call must produce one.
+        const auto end = clock_type::now() + std::chrono::seconds(5);
+        do {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        } while (state(&is_waiting) < wakes_after[call] && clock_type::now() < end);
+        EXPECT_EQ(state(&is_waiting), wakes_after[call]) << "after call " << call + 1;
     }
+    pthread_mutex_lock(&mutex);
+    stop = true;
+    pthread_cond_signal(&cond);
+    pthread_mutex_unlock(&mutex);
     waiter.join();
-    EXPECT_EQ(woken.load(), 1);
 }
 
 TEST(WaitSignal, CountsBeforeWaitingAndReturnsTheWaitResult) {
