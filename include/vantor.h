@@ -43,28 +43,45 @@ VTR_EXPORT void* vantor_init(int32_t width, int32_t height, int32_t scenario);
 /*
  * Processes one frame in place and returns when it is finished.
  *
- * NV21 and NM21: in_address_1 is the Y plane, in_address_2 the interleaved V/U plane.
- *   The Y plane must hold aligned_height rows of width bytes: the library writes the padding
- *   rows height .. aligned_height-1 (copies of the last row).
- *   The V/U plane must hold aligned_height/2 rows of width bytes; only height/2 rows are input.
- *   For NV21 whose height is not a multiple of 16 the library finally moves the V/U plane down
- *   by width * (aligned_height - height) bytes, so a caller that placed it directly after a Y
- *   plane of aligned_height rows finds a tightly packed NV21 frame of height rows after the
- *   call: Y rows 0 .. height-1 followed by the V/U plane. The move writes
- *   [in_address_2 - width * (aligned_height - height), + height * width / 2).
- *   NM21 is never moved: both planes stay where they were given.
- * YUYV and YUY2: in_address_1 is the packed frame of height rows of 2 * width bytes;
- *   in_address_2 is ignored.
+ * Frame fit: width must be a positive multiple of 16, no wider than the width given to
+ * vantor_init, height at least 1, and height rounded up to 16 ("aligned_height") no more than
+ * the aligned height of vantor_init. Any other frame is refused before a byte is written: an
+ * error line "vantor_run, frame WxH does not fit handle WxH" is logged, the slot is released
+ * and the result pointer is returned.
  *
- * width and height must be those given to vantor_init.
- * Returns a pointer to a zero word owned by the handle, or NULL for a NULL handle.
+ * NV21 and NM21: in_address_1 is the Y plane (width bytes per row), in_address_2 the
+ *   interleaved V/U plane (width bytes per row, V first).
+ *   - The Y plane must hold aligned_height rows: the library writes the padding rows
+ *     height .. aligned_height - 1 (copies of row height - 1) and reads them back.
+ *   - The V/U plane must hold (height + 1) / 2 rows. Rows 0 .. (height + 1) / 2 - 1 are read,
+ *     rows 0 .. height / 2 - 1 are rewritten in place; no padding row is read.
+ *   - NV21 with a height that is not a multiple of 16: after filtering, the library moves the
+ *     first height * width / 2 bytes of the V/U plane down by width * (aligned_height - height)
+ *     bytes (an overlap-safe move). It therefore writes
+ *     [in_address_2 - width * (aligned_height - height), in_address_2 + height * width / 2).
+ *     Place the V/U plane directly after the aligned_height rows of the Y plane: the move then
+ *     overwrites only the Y padding rows and the caller finds a tightly packed NV21 frame of
+ *     `height` rows at in_address_1 (Y rows 0 .. height - 1, then the V/U plane). The V/U plane
+ *     must not sit directly after `height` Y rows: the padding rows would overwrite it.
+ *   - NV21 with a height that is a multiple of 16, and NM21 always: the planes stay where they
+ *     were given; nothing outside the two planes is written.
+ * YUYV and YUY2: in_address_1 is the packed frame of height rows of 2 * width bytes, read and
+ *   written in place and nothing else; in_address_2 is ignored.
+ *
+ * Addresses are plain pointers carried as integers. Calls on one handle are served one after
+ * the other. The calling thread's niceness is set to the scenario's (-8 capture, 0 preview)
+ * and is not restored. Returns a pointer to a zero word owned by the handle (valid until
+ * vantor_deinit), also when the frame failed; NULL for a NULL handle. An unknown format is logged
+ * and leaves the handle's slot locked, so that any later call on it blocks.
  */
 VTR_EXPORT int32_t* vantor_run(void* handle, uintptr_t in_address_1, uintptr_t in_address_2,
                                int32_t width, int32_t height, int32_t format);
 
 /*
  * Stops the workers, frees every buffer and the handle. Returns 0, or -1 for a NULL handle.
- * Must not be called concurrently with or before a vantor_run on the same handle returns.
+ * Waits at most about 100 ms for the workers to leave; a worker that leaves later frees what
+ * it still needs itself. Waits for a vantor_run in progress on the handle to finish first; the
+ * handle must not be used afterwards.
  */
 VTR_EXPORT int32_t vantor_deinit(void* handle);
 

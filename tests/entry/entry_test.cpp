@@ -1,0 +1,556 @@
+// vantor_init, vantor_run and vantor_deinit: every refusal with its exact lines and result,
+// allocation and thread-creation failures, lock behaviour, teardown and niceness.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "entry/handle.h"
+#include "support/frames.h"
+#include "support/log_capture.h"
+#include "test_hooks.h"
+#include "vantor.h"
+#include "vantor_ext.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+double ms_since(clock_type::time_point start) {
+    return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
+}
+
+std::string fmt(const char* format, const void* p) {
+    char buf[256];
+    snprintf(buf, sizeof buf, format, p);
+    return buf;
+}
+
+const char* const kDeinitTimeout =
+    "vantor_timedwait_signal: limited time(100)ms, return(110), from vantor_deinit";
+
+// An NV21 frame laid out as the library wants it: luma of aligned rows, then the V/U plane.
+struct nv21_frame {
+    nv21_frame(int32_t w, int32_t h, uint32_t seed)
+        : width(w), height(h), aligned((h + 15) & ~15), buf(w * aligned + w * ((h + 1) / 2)) {
+        vtest::rng r(seed);
+        for (size_t i = 0; i < buf.size(); ++i)
+            buf.data()[i] = r.byte();
+    }
+    uintptr_t y() { return reinterpret_cast<uintptr_t>(buf.data()); }
+    uintptr_t vu() { return reinterpret_cast<uintptr_t>(buf.data() + width * aligned); }
+    std::vector<uint8_t> bytes() const { return {buf.data(), buf.data() + buf.size()}; }
+    int32_t width, height, aligned;
+    vtest::guarded buf;
+};
+
+class Entry : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        baseline_ = vtest::thread_ids().size();
+        vtest::log_clear();
+    }
+    void TearDown() override {
+        EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_) << "threads left running";
+    }
+    size_t baseline_ = 0;
+};
+
+// ---- vantor_init ---------------------------------------------------------------------------
+
+TEST_F(Entry, WidthNotAMultipleOf16IsRefusedBeforeAnyAllocation) {
+    vtest::hook_guard hooks;
+    for (int32_t w : {1928, 8, 1921, -8}) {
+        vtest::log_clear();
+        EXPECT_EQ(vantor_init(w, 1080, VTR_SCENARIO_PREVIEW), nullptr) << w;
+        EXPECT_EQ(vtest::log_count(6, "unsupported width"), 1);
+        EXPECT_EQ(vtest::log_lines().size(), 1u);
+    }
+    EXPECT_EQ(hooks.allocations(), 0);
+}
+
+TEST_F(Entry, UnknownScenarioYieldsTheUnfilledBlockWithoutThreads) {
+    vtest::hook_guard hooks;
+    void* h = vantor_init(1920, 1080, 2);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(hooks.allocations(), 1) << "the handle block only";
+    EXPECT_EQ(hooks.creations(), 0);
+    const std::vector<vtest::log_line> lines = vtest::log_lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].prio, 4);
+    EXPECT_EQ(lines[0].text, fmt("vantor_init, handle %p", h));
+    EXPECT_EQ(lines[1].prio, 6);
+    EXPECT_EQ(lines[1].text, "vantor_init, not support scenario(2)");
+    free(h);  // not to be passed to the library
+}
+
+struct scenario_case {
+    int32_t scenario;
+    const char* line;
+};
+
+class InitLines : public Entry, public ::testing::WithParamInterface<scenario_case> {};
+
+TEST_P(InitLines, LogsHandleBannerAndSettingsThenReturnsAParkedHandle) {
+    const scenario_case c = GetParam();
+    void* h = vantor_init(1920, 1080, c.scenario);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    const std::vector<vtest::log_line> lines = vtest::log_lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].prio, 4);
+    EXPECT_EQ(lines[0].text, fmt("vantor_init, handle %p", h));
+    EXPECT_EQ(lines[1].prio, 6);
+    EXPECT_TRUE(std::regex_match(
+        lines[1].text,
+        std::regex(
+            R"(Android-0\.0 Build Date is \([A-Z][a-z]{2} [ 0-9]\d \d{4}\) \(\d\d:\d\d:\d\d\))")))
+        << lines[1].text;
+    EXPECT_EQ(lines[2].prio, 4);
+    EXPECT_EQ(lines[2].text, c.line);
+
+    const vantor_handle* v = static_cast<const vantor_handle*>(h);
+    EXPECT_EQ(v->aligned_height, 1088);
+    EXPECT_EQ(v->cropped_height, 1072);
+    EXPECT_EQ(v->index, -1);
+    EXPECT_EQ(v->scenario, c.scenario);
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, InitLines,
+    ::testing::Values(scenario_case{0,
+                                    "vantor_init, width(1920), height(1080), "
+                                    "scenario(VTR_SCENARIO_CAPTURE), interleaving color "
+                                    "saturation(12), priority(-8)"},
+                      scenario_case{1,
+                                    "vantor_init, width(1920), height(1080), "
+                                    "scenario(VTR_SCENARIO_PREVIEW), interleaving color "
+                                    "saturation(4), priority(0)"}));
+
+TEST_F(Entry, BuffersAreSizedFromWidthAndAlignedHeight) {
+    vtest::hook_guard hooks;
+    void* h = vantor_init(1920, 1080, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(hooks.allocations(), 12);
+    const size_t want[] = {2088960, 2088960, 2088960, 8160,    8160,   8160,
+                           8160,    8160,    8160,    1044480, 1044480};
+    for (int i = 0; i < 11; ++i)
+        EXPECT_EQ(hooks.size_of(i + 2), want[i]) << "buffer " << i + 1;
+    EXPECT_EQ(hooks.creations(), 15);
+    EXPECT_EQ(vantor_deinit(h), 0);
+    EXPECT_EQ(hooks.frees(), 12);
+}
+
+struct alloc_case {
+    int n;  // failing allocation, 1 = the handle block
+    const char* line;
+};
+
+class AllocFailure : public Entry, public ::testing::WithParamInterface<alloc_case> {};
+
+TEST_P(AllocFailure, LogsTheBufferFreesEverythingAndStartsNoThread) {
+    const alloc_case c = GetParam();
+    vtest::hook_guard hooks(c.n);
+    EXPECT_EQ(vantor_init(1920, 1080, VTR_SCENARIO_CAPTURE), nullptr);
+    EXPECT_EQ(hooks.allocations(), c.n) << "stops at the failure";
+    EXPECT_EQ(hooks.creations(), 0);
+    EXPECT_EQ(vtest::log_count(6, c.line), 1);
+    EXPECT_EQ(hooks.frees(), c.n - 1) << "everything taken is given back";
+    if (c.n > 1) {
+        // The teardown of a handle without workers waits its full 100 ms.
+        EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Buffers, AllocFailure,
+    ::testing::Values(alloc_case{1, "vantor_init, fail: handle (nil)"},
+                      alloc_case{2, "vantor_init, vtr->y_old alloc is fail"},
+                      alloc_case{3, "vantor_init, vtr->y_low[0] alloc is fail"},
+                      alloc_case{4, "vantor_init, vtr->y_high[0] alloc is fail"},
+                      alloc_case{5, "vantor_init, vtr->downsampled_y[0] alloc is fail"},
+                      alloc_case{6, "vantor_init, vtr->downsampled_u[0] alloc is fail"},
+                      alloc_case{7, "vantor_init, vtr->downsampled_v[0] alloc is fail"},
+                      alloc_case{8, "vantor_init, vtr->filtered_y alloc is fail"},
+                      alloc_case{9, "vantor_init, vtr->filtered_u alloc is fail"},
+                      alloc_case{10, "vantor_init, vtr->filtered_v alloc is fail"},
+                      alloc_case{11, "vantor_init, vtr->upsampled_u alloc is fail"},
+                      alloc_case{12, "vantor_init, vtr->upsampled_v alloc is fail"}));
+
+struct create_case {
+    int n;  // failing creation, in start order
+    const char* line;
+};
+
+class CreateFailure : public Entry, public ::testing::WithParamInterface<create_case> {};
+
+TEST_P(CreateFailure, LogsTheWorkerTearsDownAndLeavesNoThreadRunning) {
+    const create_case c = GetParam();
+    vtest::hook_guard hooks(0, c.n);
+    const auto start = clock_type::now();
+    EXPECT_EQ(vantor_init(640, 480, VTR_SCENARIO_PREVIEW), nullptr);
+    EXPECT_LT(ms_since(start), 1000.0);
+    EXPECT_EQ(hooks.creations(), c.n - 1);
+    EXPECT_EQ(vtest::log_count(6, c.line), 1);
+    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "fewer than 15 can report";
+    // Every worker started has left (TearDown counts threads); the last one freed the handle
+    // if the teardown could not.
+    EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_);
+    EXPECT_EQ(hooks.frees(), 12);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Workers, CreateFailure,
+    ::testing::Values(create_case{1, "thread create fail to vantor_deinterleave_thread_func"},
+                      create_case{2, "thread create fail to vantor_deinterleave_thread_func"},
+                      create_case{3, "thread create fail to vantor_deinterleave_thread_func"},
+                      create_case{4, "thread create fail to vantor_deinterleave_thread_func"},
+                      create_case{5, "thread create fail to deinterleave_yuv420_uv_downsample"},
+                      create_case{6, "thread create fail to deinterleave_yuv420_uv_downsample"},
+                      create_case{7, "thread create fail to deinterleave_yuv420_uv_downsample"},
+                      create_case{8, "thread create fail to deinterleave_yuv420_uv_downsample"},
+                      create_case{9, "thread create fail to vantor_u"},
+                      create_case{10, "thread create fail to vantor_v"},
+                      create_case{11, "thread create fail to vantor_y"},
+                      create_case{12, "thread create fail to restore_interleave_yuv420"},
+                      create_case{13, "thread create fail to restore_interleave_yuv420"},
+                      create_case{14, "thread create fail to restore_interleave_yuv420"},
+                      create_case{15, "thread create fail to restore_interleave_yuv420"}));
+
+// ---- null handles ----------------------------------------------------------------------------
+
+TEST_F(Entry, NullHandleIsRefusedByRunAndDeinit) {
+    EXPECT_EQ(vantor_run(nullptr, 0x1000, 0x2000, 1920, 1080, VTR_NV21), nullptr);
+    EXPECT_EQ(vantor_deinit(nullptr), -1);
+    const std::vector<vtest::log_line> lines = vtest::log_lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].prio, 6);
+    EXPECT_EQ(lines[0].text, "vantor_run, VTR handler is NULL~!!!!!\n");
+    EXPECT_EQ(lines[1].prio, 4);
+    EXPECT_EQ(lines[1].text, "vantor_deinit, handle (nil)");
+    EXPECT_EQ(lines[2].prio, 6);
+    EXPECT_EQ(lines[2].text, "vantor_deinit, vtr in NULL~!!");
+    EXPECT_EQ(vantor_wait_ready(nullptr, 10), EINVAL);
+}
+
+// ---- vantor_run --------------------------------------------------------------------------
+
+struct run_lines_case {
+    uint32_t format;
+    int32_t height;
+    const char* name;
+    ptrdiff_t out2_shift;  // bytes the NV21 output plane lies before the input one
+};
+
+class RunLines : public Entry, public ::testing::WithParamInterface<run_lines_case> {};
+
+TEST_P(RunLines, LogsSlotZeroAddressesAndOutputPlanes) {
+    const run_lines_case c = GetParam();
+    void* h = vantor_init(1920, 1088, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    const bool packed = c.format == VTR_YUYV || c.format == VTR_YUY2;
+    nv21_frame f(packed ? 3840 : 1920, c.height, 5);  // YUYV: the same bytes, 2 x 1920 wide
+    for (int call = 0; call < 2; ++call) {
+        vtest::log_clear();
+        int32_t* result = vantor_run(h, f.y(), f.vu(), 1920, c.height, c.format);
+        ASSERT_NE(result, nullptr);
+        EXPECT_EQ(result, &static_cast<vantor_handle*>(h)->result[0]);
+        const std::vector<vtest::log_line> lines = vtest::log_lines();
+        ASSERT_GE(lines.size(), 2u);
+        char first[256];
+        snprintf(first, sizeof first,
+                 "vantor_run[0][VTR_SCENARIO_PREVIEW] width(1920), height(%d), in_address_1(%p), "
+                 "in_address_2(%p)\n",
+                 c.height, reinterpret_cast<void*>(f.y()), reinterpret_cast<void*>(f.vu()));
+        EXPECT_EQ(lines[0].text, first);
+        char second[256];
+        if (packed) {
+            snprintf(second, sizeof second, "vantor_run[VTR_SCENARIO_PREVIEW], format[%s]", c.name);
+        } else {
+            snprintf(second, sizeof second,
+                     "vantor_run[VTR_SCENARIO_PREVIEW], format[%s], out_address_1(%p), "
+                     "out_address_2(%p)",
+                     c.name, reinterpret_cast<void*>(f.y()),
+                     reinterpret_cast<void*>(f.vu() - c.out2_shift));
+        }
+        EXPECT_EQ(lines[1].text, second);
+        EXPECT_EQ(lines[1].prio, 4);
+    }
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, RunLines,
+                         ::testing::Values(run_lines_case{VTR_NV21, 1080, "VTR_NV21", 15360},
+                                           run_lines_case{VTR_NV21, 1088, "VTR_NV21", 0},
+                                           run_lines_case{VTR_NV21_M, 1080, "VTR_NV21_M", 0},
+                                           run_lines_case{VTR_YUYV, 1080, "VTR_YUYV", 0},
+                                           run_lines_case{VTR_YUY2, 1080, "VTR_YUV2", 0}));
+
+TEST_F(Entry, UnknownFormatLeavesTheSlotLockedSoTheNextCallerBlocks) {
+    void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    nv21_frame f(640, 480, 9);
+    const std::vector<uint8_t> before = f.bytes();
+    vtest::log_clear();
+    int32_t* result = vantor_run(h, f.y(), f.vu(), 640, 480, 0);
+    EXPECT_EQ(result, &static_cast<vantor_handle*>(h)->result[0]);
+    const std::vector<vtest::log_line> lines = vtest::log_lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].prio, 6);
+    EXPECT_EQ(lines[1].text, "vantor_run, Not supported format");
+    EXPECT_EQ(f.bytes(), before);
+
+    std::atomic<bool> returned{false};
+    std::thread second([&] {
+        vantor_run(h, f.y(), f.vu(), 640, 480, VTR_NV21);
+        returned = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_FALSE(returned) << "the second caller must wait for the slot";
+    // The slot stays locked until someone releases it; this thread holds it.
+    pthread_mutex_unlock(&static_cast<vantor_handle*>(h)->run_mutex[0]);
+    second.join();
+    EXPECT_TRUE(returned);
+    EXPECT_NE(f.bytes(), before) << "the second frame was processed";
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+TEST_F(Entry, FrameBeforeTheWorkersParkIsRefusedAndNothingWritten) {
+    vtest::hook_guard hooks(0, 0, true);
+    void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(vantor_wait_ready(h, 50), ETIMEDOUT);
+    nv21_frame f(640, 470, 3);
+    const std::vector<uint8_t> before = f.bytes();
+    vtest::log_clear();
+    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 640, 470, VTR_NV21), nullptr);
+    EXPECT_EQ(f.bytes(), before);
+    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave, ready sub thread wait"), 1);
+    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave is fail.. ret = -1"), 1);
+    char line[128];
+    snprintf(line, sizeof line, "fail to vantor_run_thread, handle(%p), ret(-22)", h);
+    EXPECT_EQ(vtest::log_count(6, line), 1);
+    hooks.open_gate();
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 640, 470, VTR_NV21), nullptr);
+    EXPECT_NE(f.bytes(), before) << "served once the workers park";
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+struct fit_case {
+    int32_t width, height;
+};
+
+class FrameFit : public Entry, public ::testing::WithParamInterface<fit_case> {};
+
+TEST_P(FrameFit, FrameLargerOrMalformedIsRefusedAndTheSlotReleased) {
+    const fit_case c = GetParam();
+    void* h = vantor_init(640, 470, VTR_SCENARIO_CAPTURE);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    nv21_frame f(656, 496, 4);
+    const std::vector<uint8_t> before = f.bytes();
+    vtest::log_clear();
+    int32_t* result = vantor_run(h, f.y(), f.vu(), c.width, c.height, VTR_NV21);
+    EXPECT_EQ(result, &static_cast<vantor_handle*>(h)->result[0]);
+    char line[128];
+    snprintf(line, sizeof line, "vantor_run, frame %dx%d does not fit handle 640x470", c.width,
+             c.height);
+    EXPECT_EQ(vtest::log_count(6, line), 1);
+    EXPECT_EQ(vtest::log_lines().size(), 1u);
+    EXPECT_EQ(f.bytes(), before);
+    EXPECT_EQ(static_cast<vantor_handle*>(h)->width, 640) << "geometry untouched";
+    // The slot is free again: a fitting frame goes through.
+    vtest::log_clear();
+    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 640, 470, VTR_NV21), nullptr);
+    EXPECT_EQ(vtest::log_starting_with("vantor_run, frame").size(), 0u);
+    EXPECT_NE(f.bytes(), before);
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Frames, FrameFit,
+                         ::testing::Values(fit_case{656, 470},  // wider
+                                           fit_case{640, 481},  // 496 aligned rows > 480
+                                           fit_case{632, 470},  // not a multiple of 16
+                                           fit_case{0, 470}, fit_case{-16, 470}, fit_case{640, 0},
+                                           fit_case{640, -3}));
+
+TEST_F(Entry, SmallerFrameThanTheHandleFitsAndRuns) {
+    void* h = vantor_init(640, 470, VTR_SCENARIO_CAPTURE);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    nv21_frame f(320, 480, 6);  // 480 aligned rows = the handle's
+    const std::vector<uint8_t> before = f.bytes();
+    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 320, 480, VTR_NV21), nullptr);
+    EXPECT_TRUE(vtest::log_starting_with("vantor_run, frame").empty());
+    EXPECT_NE(f.bytes(), before);
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+// ---- teardown --------------------------------------------------------------------------------
+
+TEST_F(Entry, IdleTeardownIsQuickAndEndsEveryWorker) {
+    vtest::hook_guard hooks;
+    void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    EXPECT_EQ(vtest::thread_ids().size(), baseline_ + 15);
+    vtest::log_clear();
+    const auto start = clock_type::now();
+    EXPECT_EQ(vantor_deinit(h), 0);
+    EXPECT_LT(ms_since(start), 150.0);
+    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 0) << "all fifteen reported";
+    EXPECT_EQ(vtest::log_count(4, fmt("vantor_deinit, handle %p", h)), 1);
+    EXPECT_EQ(hooks.frees(), 12) << "handle and buffers freed by the teardown itself";
+    EXPECT_EQ(vtest::wait_thread_count(baseline_, 1000), baseline_);
+}
+
+TEST_F(Entry, TeardownRightAfterInitManyTimes) {
+    vtest::hook_guard hooks;
+    for (int i = 0; i < 40; ++i) {
+        void* h = vantor_init(224, 112, i % 2);
+        ASSERT_NE(h, nullptr);
+        const auto start = clock_type::now();
+        EXPECT_EQ(vantor_deinit(h), 0);
+        EXPECT_LT(ms_since(start), 1000.0);
+    }
+    EXPECT_EQ(vtest::wait_thread_count(baseline_, 3000), baseline_);
+    // Handles whose workers had not all parked are freed by their last worker.
+    const auto end = clock_type::now() + std::chrono::seconds(2);
+    while (hooks.frees() < 40 * 12 && clock_type::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(hooks.allocations(), 40 * 12);
+    EXPECT_EQ(hooks.frees(), 40 * 12);
+}
+
+TEST_F(Entry, TeardownBeforeAnyWorkerStartsLeavesTheHandleToTheLastWorker) {
+    vtest::hook_guard hooks(0, 0, true);
+    void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    const auto start = clock_type::now();
+    EXPECT_EQ(vantor_deinit(h), 0);
+    EXPECT_LT(ms_since(start), 1000.0);
+    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1);
+    EXPECT_EQ(hooks.frees(), 11) << "buffers freed, the handle kept for the workers";
+    hooks.open_gate();
+    EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_);
+    const auto end = clock_type::now() + std::chrono::seconds(2);
+    while (hooks.frees() < 12 && clock_type::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(hooks.frees(), 12);
+}
+
+// ---- workers that meet an unknown format -------------------------------------------------------
+
+TEST_F(Entry, PlaneWorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
+    void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    vantor_handle* v = static_cast<vantor_handle*>(h);
+    vantor_thread* t = &v->thread[0];
+    // A stage started by hand on a record whose format changed after the driver's check.
+    pthread_mutex_lock(&t->mutex);
+    t->width = 224;
+    t->aligned_height = 112;
+    t->downsampled_u = v->downsampled_u[0];
+    t->downsampled_v = v->downsampled_v[0];
+    t->downsampled_y = v->downsampled_y[0];
+    t->filtered_u = v->filtered_u;
+    t->filtered_v = v->filtered_v;
+    t->filtered_y = v->filtered_y;
+    t->upsampled_u = v->upsampled_u;
+    t->upsampled_v = v->upsampled_v;
+    t->y_low = v->y_low[0];
+    t->format = 0;
+    t->yuv_ready = 0;
+    pthread_cond_broadcast(&t->yuv_cond);
+    vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
+    pthread_mutex_unlock(&t->mutex);
+    EXPECT_EQ(vtest::log_count(6, "vantor_u, Not supported format"), 1);
+    EXPECT_EQ(vtest::log_count(6, "vantor_v, Not supported format"), 1);
+    EXPECT_EQ(vtest::wait_thread_count(baseline_ + 13, 2000), baseline_ + 13);
+
+    nv21_frame f(224, 112, 8);
+    vtest::log_clear();
+    vantor_run(h, f.y(), f.vu(), 224, 112, VTR_NV21);
+    EXPECT_EQ(vtest::log_count(6, "vantor_yuv, ready sub thread wait"), 1);
+    EXPECT_EQ(vtest::log_count(6, "vantor_yuv is fail.. ret = -1"), 1);
+    vtest::log_clear();
+    EXPECT_EQ(vantor_deinit(h), 0);
+    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "only 13 can report";
+}
+
+TEST_F(Entry, StripWorkersGiveUpOnAnUnknownFormat) {
+    void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    vantor_thread* t = &static_cast<vantor_handle*>(h)->thread[0];
+    pthread_mutex_lock(&t->mutex);
+    for (deinterleave_job& j : t->deinterleave_job)
+        j.format = 0x59565559;  // "YUVY": not a format
+    for (interleave_job& j : t->interleave_job)
+        j.format = 0;
+    t->deinterleave_ready = 0;
+    t->interleave_ready = 0;
+    pthread_cond_broadcast(&t->deinterleave_cond);
+    pthread_cond_broadcast(&t->interleave_cond);
+    vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
+    pthread_mutex_unlock(&t->mutex);
+    EXPECT_EQ(vtest::wait_thread_count(baseline_ + 7, 2000), baseline_ + 7);
+    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave_thread_func, Not supported format"), 4);
+    EXPECT_EQ(vtest::log_count(6, "vantor_interleave_thread_func, Not supported format"), 4);
+    EXPECT_EQ(vantor_deinit(h), 0);
+}
+
+// ---- niceness
+// ------------------------------------------------------------------------------------
+
+TEST_F(Entry, WorkersAndCallerTakeTheScenarioNiceness) {
+    // Raising priority (a negative niceness) needs privilege; find out whether we have it.
+    int probe = 0;
+    std::thread([&] { probe = setpriority(PRIO_PROCESS, gettid(), -8); }).join();
+    const bool privileged = probe == 0;
+    for (int32_t scenario : {VTR_SCENARIO_CAPTURE, VTR_SCENARIO_PREVIEW}) {
+        SCOPED_TRACE(scenario);
+        const int want = scenario == VTR_SCENARIO_CAPTURE ? -8 : 0;
+        const std::set<pid_t> before = vtest::thread_ids();
+        void* h = vantor_init(224, 112, scenario);
+        ASSERT_NE(h, nullptr);
+        ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+        int workers = 0;
+        for (pid_t tid : vtest::thread_ids()) {
+            if (before.count(tid) != 0)
+                continue;
+            ++workers;
+            EXPECT_EQ(vtest::thread_nice(tid), privileged || want >= 0 ? want : 0) << tid;
+        }
+        EXPECT_EQ(workers, 15);
+        int caller_nice = 1000;
+        std::thread([&] {
+            // Start from 3 so that both scenarios change it observably.
+            setpriority(PRIO_PROCESS, gettid(), 3);
+            nv21_frame f(224, 112, 1);
+            vantor_run(h, f.y(), f.vu(), 224, 112, VTR_NV21);
+            caller_nice = vtest::thread_nice(gettid());
+        }).join();
+        // Lowering the niceness below the start needs privilege too.
+        EXPECT_EQ(caller_nice, privileged ? want : 3) << "left changed after the frame";
+        EXPECT_EQ(vantor_deinit(h), 0);
+    }
+    if (!privileged)
+        printf("[ note     ] setpriority below the current niceness refused: unprivileged run\n");
+}
+
+}  // namespace
