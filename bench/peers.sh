@@ -4,6 +4,8 @@
 #
 #   bench/peers.sh                    1080p (30 frames) and 4K (10 frames)
 #   VANTOR_PEERS_SIZES="1920x1080:30" VANTOR_PEERS_REPEAT=5 bench/peers.sh
+# The tool is built in $VANTOR_BUILD_ROOT/host (build/host), the clips go to $VANTOR_PEERS_DIR
+# ($VANTOR_BUILD_ROOT/peers).
 #
 # The clip: FFmpeg's smooth `gradients` source with its `testsrc2` pattern over the middle
 # (sharp colour edges and fine detail), then low-frequency chroma blotches (random values on a
@@ -23,12 +25,13 @@ scripts/deps.sh >/dev/null
 
 sizes=${VANTOR_PEERS_SIZES:-"1920x1080:30 3840x2160:10"}
 repeat=${VANTOR_PEERS_REPEAT:-3}
-work=${VANTOR_PEERS_DIR:-build/peers}
+root=${VANTOR_BUILD_ROOT:-build}
+work=${VANTOR_PEERS_DIR:-$root/peers}
 python=/usr/bin/python3
 
-cmake -S . -B build/host -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/host --target vantor_cli -j "$(nproc)" >/dev/null
-tool=build/host/tools/vantor
+cmake -S . -B "$root/host" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$root/host" --target vantor_cli -j "$(nproc)" >/dev/null
+tool=$root/host/tools/vantor
 mkdir -p "$work"
 
 # name|filter: the FFmpeg filters, each run on yuv420p between the same two conversions.

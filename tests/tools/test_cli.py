@@ -1,0 +1,430 @@
+"""The vantor tool used as a person would: FFmpeg pipes, files, pictures, bad input.
+
+Needs VANTOR_TOOL (the built tool), VANTOR_LIBRARY (the built shared library) and the Python
+module on PYTHONPATH; CTest sets all three.
+"""
+
+import os
+import pty
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import numpy as np
+
+import vantor
+
+TOOL = os.environ.get("VANTOR_TOOL", "vantor")
+
+
+def run(args, stdin=None, input_bytes=None, cwd=None, stderr=subprocess.PIPE):
+    return subprocess.run([TOOL] + args, input=input_bytes, stdin=stdin, stdout=subprocess.PIPE,
+                          stderr=stderr, cwd=cwd, timeout=120)
+
+
+def ffmpeg(args, input_bytes=None):
+    r = subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y"] + args, input=input_bytes,
+                       stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120)
+    if r.returncode != 0:
+        raise RuntimeError("ffmpeg failed: " + r.stderr.decode())
+    return r.stdout
+
+
+def test_source(width, height, frames, pix_fmt):
+    """Frames of FFmpeg's test pattern with broad colour blotches laid over the chroma."""
+    graph = ("testsrc2=size={w}x{h}:rate=25,format=yuv444p,"
+             "geq=lum='lum(X,Y)':cb='cb(X,Y)+6*sin(X/23+N)*cos(Y/31)':"
+             "cr='cr(X,Y)+6*cos(X/29)*sin(Y/19+N)'").format(w=width, h=height)
+    return ffmpeg(["-f", "lavfi", "-i", graph, "-frames:v", str(frames), "-pix_fmt", pix_fmt,
+                   "-f", "rawvideo", "-"])
+
+
+def decode_png(path):
+    """Width, height and pixels of a PNG, decoded by FFmpeg (rgb24 or rgba)."""
+    probe = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+                            "stream=width,height,pix_fmt", "-of", "csv=p=0", path],
+                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=True)
+    w, h, fmt = probe.stdout.decode().strip().split(",")
+    w, h = int(w), int(h)
+    channels = 4 if "a" in fmt.replace("gray", "") and fmt != "gray" else 3
+    pix = "rgba" if channels == 4 else "rgb24"
+    data = ffmpeg(["-i", path, "-f", "rawvideo", "-pix_fmt", pix, "-"])
+    return w, h, np.frombuffer(data, np.uint8).reshape(h, w, channels)
+
+
+def frames_of(data, width, height, fmt):
+    size = width * height * 3 // 2 if fmt in ("nv21", "nm21") else width * height * 2
+    assert len(data) % size == 0
+    shape = (height * 3 // 2, width) if fmt in ("nv21", "nm21") else (height, 2 * width)
+    return [np.frombuffer(data[i:i + size], np.uint8).reshape(shape)
+            for i in range(0, len(data), size)]
+
+
+class ToolTestCase(unittest.TestCase):
+    def setUp(self):
+        self.dir = tempfile.mkdtemp(prefix="vantor_cli_")
+        self.addCleanup(shutil.rmtree, self.dir)
+
+    def path(self, name):
+        return os.path.join(self.dir, name)
+
+    def write(self, name, data):
+        with open(self.path(name), "wb") as f:
+            f.write(data)
+        return self.path(name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as f:
+            return f.read()
+
+
+class BadInputTests(ToolTestCase):
+    """Every refusal is one line on stderr, a non-zero exit and no output file."""
+
+    def check_refusal(self, args, code, message, input_bytes=None):
+        before = sorted(os.listdir(self.dir))
+        r = run(args, input_bytes=input_bytes, cwd=self.dir)
+        err = r.stderr.decode()
+        self.assertEqual(r.returncode, code, err)
+        self.assertEqual(err.count("\n"), 1, "not one line: %r" % err)
+        self.assertTrue(err.startswith("vantor: "), err)
+        self.assertIn(message, err)
+        self.assertEqual(sorted(os.listdir(self.dir)), before, "output left behind")
+
+    def test_refusals(self):
+        frame = 256 * 144 * 3 // 2
+        self.write("short.nv21", bytes(frame * 2 + 1000))
+        self.write("empty.nv21", b"")
+        self.write("ok.nv21", bytes(frame))
+        self.write("ok.yuyv", bytes(256 * 144 * 2))
+        self.write("text.txt", b"not a picture at all")
+        self.write("broken.png", b"\x89PNG\r\n\x1a\n" + bytes(40))
+        os.mkdir(self.path("adir"))
+        cases = [
+            (["denoise", "short.nv21", "out.nv21", "-s", "256x144"], 1,
+             "short.nv21 has 111592 bytes, not a whole number of frames: expected a multiple "
+             "of 55296 bytes (one 256x144 NV21 frame)"),
+            (["denoise", "ok.yuyv", "out.yuyv", "-s", "256x144", "--format", "nv21"], 1,
+             "has 73728 bytes, not a whole number of frames: expected a multiple of 55296"),
+            (["denoise", "empty.nv21", "out.nv21", "-s", "256x144"], 1,
+             "empty.nv21 is empty: expected a multiple of 55296 bytes"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "250x144"], 2,
+             "width 250 is not a multiple of 16: the library accepts widths that are multiples "
+             "of 16 (nearest: 240 or 256)"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x145", "--format", "nv21"], 2,
+             "height 145 is odd: NV21 carries chroma for pairs of rows and needs an even height"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x145", "--format", "nm21"], 2,
+             "height 145 is odd"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "128x144"], 2,
+             "frame 128x144 is too small: the library needs at least 224x97"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--format", "nv12"], 2,
+             "unknown format 'nv12': use nv21, nm21, yuyv, yuy2 or yuyv422"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--scenario", "night"], 2,
+             "unknown scenario 'night': use capture or preview"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "big"], 2,
+             "bad frame size 'big': give it as WIDTHxHEIGHT"),
+            (["denoise", "ok.nv21", "out.nv21", "--format", "nv21"], 2,
+             "raw frames need their size: add -s WIDTHxHEIGHT"),
+            (["denoise", "missing.nv21", "out.nv21", "-s", "256x144"], 1,
+             "cannot read missing.nv21: No such file or directory"),
+            (["denoise", "adir", "out.nv21", "-s", "256x144"], 1,
+             "cannot read adir: it is a directory"),
+            (["denoise", "ok.nv21", "nodir/out.nv21", "-s", "256x144"], 1,
+             "cannot write nodir/out.nv21: No such file or directory"),
+            (["denoise", "ok.nv21", "adir", "-s", "256x144"], 1,
+             "cannot write adir: it is a directory"),
+            (["denoise", "text.txt", "out.png"], 2,
+             "text.txt is not a PNG or JPEG picture; for raw frames give -s WIDTHxHEIGHT"),
+            (["denoise", "broken.png", "out.png"], 1, "broken.png: not a readable PNG file"),
+            (["denoise", "ok.nv21"], 2, "denoise needs an input and an output"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--frobnicate"], 2,
+             "unknown option --frobnicate for 'vantor denoise'"),
+            (["compare", "ok.nv21", "ok.yuyv", "--out", "c.png", "-s", "256x144"], 1,
+             "ok.yuyv has 73728 bytes, not a whole number of frames"),
+            (["compare", "ok.nv21", "ok.nv21", "--out", "c.png", "-s", "256x144",
+              "--frame", "1"], 1, "ok.nv21 has only 1 frames"),
+            (["compare", "ok.nv21", "ok.nv21"], 2, "compare needs two inputs and an output"),
+            (["demo", "--out", "ok.nv21"], 1, "cannot write to ok.nv21: not a directory"),
+            (["bench", "--sizes", "250x144"], 2, "width 250 is not a multiple of 16"),
+            (["transmogrify"], 2, "unknown command 'transmogrify'"),
+        ]
+        for args, code, message in cases:
+            with self.subTest(args=" ".join(args)):
+                self.check_refusal(args, code, message)
+
+    def test_stream_cut_inside_a_frame(self):
+        frame = 256 * 144 * 3 // 2
+        self.check_refusal(["denoise", "-", "out.nv21", "-s", "256x144"], 1,
+                           "standard input ends inside frame 2: got 20000 of the 55296 bytes "
+                           "of a 256x144 NV21 frame", input_bytes=bytes(frame + 20000))
+        self.check_refusal(["denoise", "-", "out.nv21", "-s", "256x144"], 1,
+                           "standard input is empty", input_bytes=b"")
+
+    def test_interrupted_run_leaves_no_file(self):
+        # A stream that never ends, stopped by SIGTERM mid-way: the temporary file goes too.
+        feeder = subprocess.Popen(["sh", "-c", "exec cat /dev/zero"], stdout=subprocess.PIPE)
+        self.addCleanup(feeder.wait)
+        self.addCleanup(feeder.kill)
+        p = subprocess.Popen([TOOL, "denoise", "-", "out.nv21", "-s", "256x144"],
+                             stdin=feeder.stdout, stderr=subprocess.PIPE, cwd=self.dir)
+        feeder.stdout.close()
+        deadline = 100
+        while deadline and not [n for n in os.listdir(self.dir) if n.startswith(".out.nv21")]:
+            subprocess.run(["sleep", "0.05"])
+            deadline -= 1
+        self.assertTrue(deadline, "the temporary output never appeared")
+        p.terminate()
+        p.wait(timeout=30)
+        p.stderr.close()
+        self.assertEqual(os.listdir(self.dir), [])
+
+
+class PipeTests(ToolTestCase):
+    """FFmpeg in, vantor denoise - -, FFmpeg out: the frames equal direct library calls."""
+
+    def check_pipe(self, width, height, pix_fmt, fmt, scenario):
+        source = test_source(width, height, 4, pix_fmt)
+        size = "%dx%d" % (width, height)
+        ff_in = subprocess.Popen(
+            ["ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-s",
+             size, "-i", "-", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        tool = subprocess.Popen([TOOL, "denoise", "-s", size, "--format", fmt, "--scenario",
+                                 scenario, "-", "-"], stdin=ff_in.stdout, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+        ff_out = subprocess.Popen(
+            ["ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-s",
+             size, "-i", "-", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-y", self.path("out.raw")],
+            stdin=tool.stdout)
+        ff_in.stdout.close()
+        tool.stdout.close()
+        ff_in.communicate(source)
+        tool_err = tool.stderr.read().decode()
+        tool.wait(timeout=60)
+        ff_out.wait(timeout=60)
+        self.assertEqual(tool.returncode, 0, tool_err)
+        self.assertEqual(ff_out.returncode, 0)
+        self.assertRegex(tool_err, r"^vantor: 4 %s %s frames, %s: [0-9.]+ ms per frame"
+                         % (size, fmt.upper().replace("YUYV422", "YUYV"), scenario))
+
+        got = frames_of(self.read("out.raw"), width, height, fmt if fmt != "yuyv422" else "yuyv")
+        inputs = frames_of(source, width, height, fmt if fmt != "yuyv422" else "yuyv")
+        self.assertEqual(len(got), 4)
+        for i, (frame, out) in enumerate(zip(inputs, got)):
+            expected = vantor.denoise(frame, fmt, scenario)
+            np.testing.assert_array_equal(out, expected, "frame %d" % i)
+            # The blotches were there to be removed: the frame did change.
+            self.assertGreater(np.count_nonzero(out != frame), out.size // 100, "frame %d" % i)
+
+    def test_nv21_height_not_multiple_of_16(self):
+        self.check_pipe(352, 200, "nv21", "nv21", "capture")
+
+    def test_yuyv422_preview(self):
+        self.check_pipe(256, 144, "yuyv422", "yuyv422", "preview")
+
+
+class FormatTests(ToolTestCase):
+    def denoise_file(self, data, size, fmt, scenario="capture"):
+        self.write("in.raw", data)
+        r = run(["denoise", "in.raw", "out.raw", "-s", size, "--format", fmt, "--scenario",
+                 scenario, "--quiet"], cwd=self.dir)
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertEqual(r.stderr, b"")
+        return self.read("out.raw")
+
+    def test_twin_formats_give_the_same_bytes(self):
+        for size, pairs in (("256x200", ("nv21", "nm21")), ("240x136", ("yuyv", "yuy2"))):
+            w, h = map(int, size.split("x"))
+            pix = "nv21" if pairs[0] == "nv21" else "yuyv422"
+            data = test_source(w, h, 2, pix)
+            for scenario in ("capture", "preview"):
+                with self.subTest(size=size, scenario=scenario):
+                    a = self.denoise_file(data, size, pairs[0], scenario)
+                    b = self.denoise_file(data, size, pairs[1], scenario)
+                    self.assertEqual(len(a), len(data))
+                    self.assertEqual(a, b)
+                    self.assertNotEqual(a, data)
+
+    def test_stream_equals_frames_one_by_one(self):
+        data = test_source(256, 144, 3, "nv21")
+        whole = self.denoise_file(data, "256x144", "nv21")
+        step = len(data) // 3
+        parts = b"".join(self.denoise_file(data[i:i + step], "256x144", "nv21")
+                         for i in range(0, len(data), step))
+        self.assertEqual(whole, parts)
+
+    def test_progress_bar_only_on_a_terminal(self):
+        data = test_source(256, 144, 3, "nv21")
+        self.write("in.nv21", data)
+        master, slave = pty.openpty()
+        p = subprocess.run([TOOL, "denoise", "in.nv21", "out.nv21", "-s", "256x144"],
+                           stderr=slave, cwd=self.dir, timeout=60)
+        os.close(slave)
+        shown = os.read(master, 65536).decode()
+        os.close(master)
+        self.assertEqual(p.returncode, 0)
+        self.assertIn("\r[" + "#" * 30 + "] 3/3 frames", shown)
+        self.assertIn("vantor: 3 256x144 NV21 frames", shown)
+        piped = run(["denoise", "in.nv21", "out.nv21", "-s", "256x144"], cwd=self.dir)
+        self.assertNotIn(b"\r", piped.stderr)
+
+
+class PictureTests(ToolTestCase):
+    def test_png_and_jpeg_in_png_out(self):
+        # Odd sizes and one below the library's minimum: the tool extends and crops.
+        for name, size, extra in (("odd.png", "301x203", []), ("photo.jpg", "200x90", []),
+                                  ("alpha.png", "250x120", ["-pix_fmt", "rgba"])):
+            with self.subTest(name=name):
+                w, h = map(int, size.split("x"))
+                graph = "testsrc2=size=%dx%d,format=%s,crop=%d:%d:0:0" % (
+                    w + 1, h + 1, "rgba" if extra else "rgb24", w, h)
+                if name == "alpha.png":
+                    graph += ",geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='X'"
+                ffmpeg(["-f", "lavfi", "-i", graph, "-frames:v", "1"] + extra +
+                       [self.path(name)])
+                r = run(["denoise", name, "out.png", "--scenario", "preview"], cwd=self.dir)
+                self.assertEqual(r.returncode, 0, r.stderr.decode())
+                self.assertIn("1 %s picture, preview" % size, r.stderr.decode())
+                w, h, before = decode_png(self.path(name))
+                ow, oh, after = decode_png(self.path("out.png"))
+                self.assertEqual((ow, oh), (w, h))
+                self.assertEqual(after.shape, before.shape)
+                if before.shape[2] == 4:
+                    np.testing.assert_array_equal(after[..., 3], before[..., 3])
+                diff = np.abs(after[..., :3].astype(int) - before[..., :3])
+                # Colours stay close (a conversion round trip and a mild chroma change) but the
+                # picture did go through the filter.
+                self.assertLess(diff.mean(), 6)
+                self.assertGreater(np.count_nonzero(diff), 0)
+
+    def test_picture_from_stdin_to_stdout(self):
+        png = ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=256x144", "-frames:v", "1", "-c:v",
+                      "png", "-f", "image2pipe", "-"])
+        r = run(["denoise", "-", "-", "--quiet"], input_bytes=png)
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertTrue(r.stdout.startswith(b"\x89PNG\r\n\x1a\n"))
+        self.write("out.png", r.stdout)
+        self.assertEqual(decode_png(self.path("out.png"))[:2], (256, 144))
+
+
+class CompareTests(ToolTestCase):
+    def test_raw_and_picture_comparisons(self):
+        data = test_source(256, 144, 1, "nv21")
+        self.write("in.nv21", data)
+        self.assertEqual(run(["denoise", "in.nv21", "out.nv21", "-s", "256x144", "-q"],
+                             cwd=self.dir).returncode, 0)
+        r = run(["compare", "in.nv21", "out.nv21", "--out", "cmp.png", "-s", "256x144"],
+                cwd=self.dir)
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        stats = re.search(r"mean ([0-9.]+), 99th percentile (\d+), max (\d+), ([0-9.]+)% of "
+                          r"samples changed", r.stdout.decode())
+        self.assertIsNotNone(stats, r.stdout.decode())
+        self.assertGreater(float(stats.group(4)), 0)
+        w, h, pixels = decode_png(self.path("cmp.png"))
+        self.assertEqual((w, h), (3 * 256 + 16, 144))
+        heat = pixels[:, 2 * (256 + 8):, :].astype(int)
+        self.assertTrue((heat.max(axis=2) != heat.min(axis=2)).any(), "no colour in the heat map")
+
+        # The same picture on both sides: a heat map of grey only, and no change reported.
+        ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=202x100,format=rgb24,crop=201:99:0:0",
+                "-frames:v", "1",
+                self.path("p.png")])
+        r = run(["compare", "p.png", "p.png", "--out", "same.png"], cwd=self.dir)
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertIn("mean 0.00, 99th percentile 0, max 0, 0.0% of samples changed",
+                      r.stdout.decode())
+        w, h, pixels = decode_png(self.path("same.png"))
+        self.assertEqual((w, h), (3 * 201 + 16, 99))
+        heat = pixels[:, 2 * (201 + 8):, :]
+        self.assertTrue((heat.max(axis=2) == heat.min(axis=2)).all())
+
+
+class DemoTests(ToolTestCase):
+    def test_demo_writes_pictures_and_table(self):
+        r = run(["demo", "--out", self.path("demo"), "-s", "448x256"])
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        out = r.stdout.decode()
+        names = ["clean", "before", "after_capture", "after_preview", "compare_capture",
+                 "compare_preview"]
+        self.assertEqual(sorted(os.listdir(self.path("demo"))),
+                         sorted(n + ".png" for n in names))
+        for n in names:
+            w, h, pixels = decode_png(self.path("demo/%s.png" % n))
+            self.assertEqual((w, h), (3 * 448 + 16 if n.startswith("compare") else 448, 256))
+            self.assertGreater(pixels.std(), 10, n)
+        rows = {}
+        for line in out.splitlines():
+            m = re.match(r"(.+?)\s{2,}((?:[0-9.]+\s*){2,3})$", line)
+            if m:
+                rows[m.group(1).strip()] = [float(v) for v in m.group(2).split()]
+        noise = rows["chroma noise in flat patches, U std dev"]
+        self.assertEqual(len(noise), 3, out)
+        self.assertLess(noise[1], noise[0], "capture did not reduce the chroma noise")
+        self.assertEqual(len(rows["ms per frame (median of 9 runs)"]), 2, out)
+
+
+class BenchTests(ToolTestCase):
+    def test_bench_table(self):
+        r = run(["bench", "--sizes", "256x144", "--formats", "nv21,yuy2", "--seconds", "0.02"])
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        rows = [l.split() for l in r.stdout.decode().splitlines()
+                if l.startswith(("NV21", "YUY2"))]
+        self.assertEqual([(x[0], x[1], x[2]) for x in rows],
+                         [("NV21", "256x144", "same"), ("NV21", "256x144", "rotate8"),
+                          ("YUY2", "256x144", "same"), ("YUY2", "256x144", "rotate8")])
+        for x in rows:
+            self.assertTrue(all(float(v) > 0 for v in x[3:7]), x)
+
+
+class PythonModuleTests(ToolTestCase):
+    def test_module_equals_tool_in_every_format(self):
+        for fmt, pix, size in (("nv21", "nv21", (256, 136)), ("nm21", "nv21", (240, 144)),
+                               ("yuyv", "yuyv422", (256, 112)), ("yuy2", "yuyv422", (240, 98))):
+            w, h = size
+            data = test_source(w, h, 1, pix)
+            frame = frames_of(data, w, h, fmt)[0]
+            for scenario in ("capture", "preview"):
+                with self.subTest(fmt=fmt, scenario=scenario):
+                    self.write("in.raw", data)
+                    r = run(["denoise", "in.raw", "out.raw", "-s", "%dx%d" % size, "--format",
+                             fmt, "--scenario", scenario, "-q"], cwd=self.dir)
+                    self.assertEqual(r.returncode, 0, r.stderr.decode())
+                    copy = frame.copy()
+                    out = vantor.denoise(frame, fmt, scenario)
+                    np.testing.assert_array_equal(frame, copy)  # input untouched
+                    self.assertEqual(out.shape, frame.shape)
+                    self.assertEqual(out.tobytes(), self.read("out.raw"))
+
+    def test_handle_for_a_stream(self):
+        frames = frames_of(test_source(256, 144, 3, "yuyv422"), 256, 144, "yuyv")
+        with vantor.Denoiser(256, 144, "yuyv422", "preview") as d:
+            outs = [d.process(f.reshape(144, 256, 2)) for f in frames]
+        self.assertEqual(outs[0].shape, (144, 256, 2))
+        for f, o in zip(frames, outs):
+            np.testing.assert_array_equal(o.reshape(f.shape), vantor.denoise(f, "yuyv", "preview"))
+        with self.assertRaisesRegex(ValueError, "closed"):
+            d.process(frames[0])
+
+    def test_refusals(self):
+        good = np.zeros((216, 256), np.uint8)
+        cases = [
+            (lambda: vantor.denoise(good, "nv12"), "unknown format 'nv12'"),
+            (lambda: vantor.denoise(good, "nv21", "night"), "unknown scenario 'night'"),
+            (lambda: vantor.denoise(np.zeros((216, 250), np.uint8)), "not a multiple of 16"),
+            (lambda: vantor.denoise(np.zeros((216, 256), np.float32)), "uint8"),
+            (lambda: vantor.denoise(np.zeros((217, 256), np.uint8)), "height * 3 // 2"),
+            (lambda: vantor.denoise(np.zeros((96, 128), np.uint8)), "too small"),
+            (lambda: vantor.denoise(np.zeros((145, 500), np.uint8), "yuyv"), "not a multiple"),
+            (lambda: vantor.Denoiser(256, 144).process(np.zeros((150, 256), np.uint8)),
+             "frame of 256x100 given to a Denoiser for 256x144"),
+        ]
+        for fn, message in cases:
+            with self.subTest(message=message):
+                with self.assertRaisesRegex(ValueError, re.escape(message)):
+                    fn()
+
+
+if __name__ == "__main__":
+    unittest.main()
