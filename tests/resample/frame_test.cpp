@@ -150,14 +150,13 @@ void expect_viewer_sees_cleaner_frame(const chroma_view& before, const chroma_vi
     printf("flat areas: blotch contrast %.2f -> %.2f, mean distance %.2f -> %.2f\n", b.contrast,
            a.contrast, b.mean_abs, a.mean_abs);
     EXPECT_GT(b.contrast, 1.0) << "the scene should carry visible blotches";
-    // The scene's blotches are broad bumps, 32 to 128 pixels in radius, while the smoothing
-    // works on one sample per 16 x 16 block with a 7 x 7 window, about 112 pixels: it flattens
-    // what is smaller than its window and leaves broader bumps nearly whole, and the blend keeps
-    // the input wherever U and V together stray 12 codes or more from the smoothed colour. So
-    // the contrast of these blotches drops by about a tenth, not by a large factor; what must
-    // hold is that it does drop. Where the smoothed colour is not used at all (swapped or
-    // misplaced planes make every distance large), it stays exactly as it was.
-    EXPECT_LT(a.contrast, 0.96 * b.contrast);
+    // The scene's blotches drift over patches of about 24 pixels, smaller than the smoothing
+    // window (7 x 7 blocks of 16 x 16 pixels), so the smoothed colour is close to the clean one.
+    // The blend does not simply take it, though: it keeps a share of the input that grows with
+    // the distance, fully from 12 codes (U and V together) on, so blotches of +-5 codes fade to
+    // roughly half their contrast rather than vanish. Where the smoothed colour is not used at
+    // all (swapped or misplaced planes make every distance large) the contrast stays as it was.
+    EXPECT_LT(a.contrast, 0.75 * b.contrast);
     // The bilateral filter starts its weight sum at 1, which lowers a flat colour by one code;
     // the blend passes that on where it takes the smoothed colour. A uniform shift of up to one
     // code is all the processing may add to the flat colours.

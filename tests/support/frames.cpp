@@ -154,16 +154,27 @@ scene make_scene(int width, int height, uint32_t seed, int amplitude) {
     s.clean_u.resize(s.u.size());
     s.clean_v.resize(s.u.size());
     rng r(seed);
-    // Blotches: a few broad bumps of alternating sign, tens of blocks wide.
-    struct bump {
-        double x, y, radius, du, dv;
-    };
-    std::vector<bump> bumps;
-    for (int i = 0; i < 12; ++i) {
-        bumps.push_back({r.range(0, width) * 1.0, r.range(0, height) * 1.0, 32.0 + r.range(0, 96),
-                         (r.range(0, 1) ? 1.0 : -1.0) * amplitude,
-                         (r.range(0, 1) ? 1.0 : -1.0) * amplitude});
+    // Blotches: random chroma offsets on a coarse grid, smoothly interpolated, so that colour
+    // drifts by up to +-amplitude codes over patches a few blocks wide, as chroma noise left by
+    // a camera's own processing does.
+    constexpr int kGrid = 24;
+    const int gw = width / kGrid + 2;
+    const int gh = height / kGrid + 2;
+    std::vector<double> grid_u(static_cast<size_t>(gw) * gh), grid_v(grid_u.size());
+    for (size_t i = 0; i < grid_u.size(); ++i) {
+        grid_u[i] = r.range(-amplitude, amplitude);
+        grid_v[i] = r.range(-amplitude, amplitude);
     }
+    auto blotch = [&](const std::vector<double>& g, int x, int y) {
+        const int gx = x / kGrid, gy = y / kGrid;
+        double fx = (x % kGrid) / double(kGrid), fy = (y % kGrid) / double(kGrid);
+        fx = fx * fx * (3 - 2 * fx);
+        fy = fy * fy * (3 - 2 * fy);
+        const size_t i = static_cast<size_t>(gy) * gw + gx;
+        const double top = g[i] + (g[i + 1] - g[i]) * fx;
+        const double bottom = g[i + gw] + (g[i + gw + 1] - g[i + gw]) * fx;
+        return top + (bottom - top) * fy;
+    };
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             const double fine = ((x * 7 + y * 13) % 5) - 2;  // fine luma detail
@@ -175,14 +186,8 @@ scene make_scene(int width, int height, uint32_t seed, int amplitude) {
             const bool left = x < width / 2;
             const double cu = left ? 90 + 10.0 * y / (height ? height : 1) : 170;
             const double cv = left ? 160 : 80 + 10.0 * x / (width ? width : 1);
-            double bu = 0, bv = 0;
-            for (const bump& b : bumps) {
-                const double d2 =
-                    ((x - b.x) * (x - b.x) + (y - b.y) * (y - b.y)) / (b.radius * b.radius);
-                const double g = std::exp(-d2);
-                bu += b.du * g;
-                bv += b.dv * g;
-            }
+            const double bu = blotch(grid_u, x, y);
+            const double bv = blotch(grid_v, x, y);
             const size_t i = static_cast<size_t>(y) * cw + cx;
             s.clean_u[i] = clamp_byte(cu);
             s.clean_v[i] = clamp_byte(cv);
