@@ -6,15 +6,15 @@
 // the plane, so nothing outside it is read or written.
 //
 // Lane widths. The sums live in four registers of four 32-bit lanes (value and weight sums of
-// lanes 0-3 and 4-7). The per-position work runs on eight 16-bit lanes, where every quantity
-// fits exactly: the Horner steps of the range polynomial stay within +-8192 for d <= 13, the
-// range weight r is at most 64 and r * n at most 64 * 255 = 16320. Positions that share a
-// spatial weight are summed in 16 bits before one widening multiply by that weight:
-//   - the value term s * r * n: the (up to four) positions (+-dy, +-dx) of one |dy|, |dx|
-//     class, at most 4 * 16320 = 65280;
-//   - the weight term s * r: the 14 positions of a row pair, at most 14 * 64 * 64 = 57344.
-// Integer sums being exact, the grouping does not change any result. On 32-bit NEON a 16-bit
-// multiply handles twice the lanes of a 32-bit one, which is what makes the step fast.
+// lanes 0-3 and 4-7) and are divided lane by lane with the scalar divide. The per-position
+// work runs on eight 16-bit lanes, where every quantity is exact: the Horner steps of the range
+// polynomial stay within +-8192 for d <= 13, the range weight r is at most 64 and r * n at most
+// 64 * 255 = 16320. The positions (+-dy, +-dx) of one class |dy|, |dx| share a spatial weight,
+// so their r and r * n are summed in 16 bits (at most 4 * 16320 = 65280) and multiplied by
+// that weight once: r * s into a 16-bit row-pair weight (at most 14 * 64 * 64 = 57344, widened
+// once per row pair), r * n * s widened straight into the value sums. Integer sums being
+// exact, the grouping changes no result. A 16-bit multiply covers twice the lanes of a 32-bit
+// one, and the grouping saves two thirds of the widening multiplies.
 #include <stddef.h>
 
 #include "filters/bilateral.h"
@@ -22,23 +22,27 @@
 
 namespace {
 
-// Spatial weight by city-block distance 0..6, the first entries of spatial_weight, as
-// compile-time constants so that every unrolled position multiplies by an immediate.
-constexpr int32_t spatial_at(int distance) {
-    constexpr int32_t w[7] = {64, 64, 63, 61, 59, 56, 53};
-    return w[distance];
-}
+// Spatial weights by city-block distance 0..6, the first entries of spatial_weight, kept in
+// the lanes of one register and used as by-lane multipliers.
+const uint16_t kSpatial[8] = {64, 64, 63, 61, 59, 56, 53, 0};
 
 struct span3_acc {
     uint16x8_t centre;
+    uint16x8_t spatial;               // kSpatial
     uint32x4_t value_lo, value_hi;    // sum of s * r * n, starting at 0
     uint32x4_t weight_lo, weight_hi;  // 1 + sum of s * r
-    uint16x8_t weight16;              // s * r of the current row pair
+    uint16x8_t weight16;              // s * r of the current row pair, at most 57344
 };
 
-// One window position: adds s * r to the row-pair weight and returns r * n.
-template <int32_t Spatial>
-inline __attribute__((always_inline)) uint16x8_t position(span3_acc& a, const uint8_t* p) {
+// Sums over the positions of one class (|dy|, |dx|), which share a spatial weight.
+struct class_sums {
+    uint16x8_t r;   // range weights, at most 4 * 64
+    uint16x8_t rn;  // range weight times sample, at most 4 * 64 * 255 = 65280
+};
+
+// One window position: range weight r of the 8 samples at p against the centres.
+inline __attribute__((always_inline)) void position(const span3_acc& a, class_sums& c,
+                                                    const uint8_t* p) {
     const uint16x8_t n = vmovl_u8(vld1_u8(p));
     // d = min(|c - n|, 13); every difference of 13 or more has weight 0.
     const int16x8_t d = vminq_s16(
@@ -51,49 +55,58 @@ inline __attribute__((always_inline)) uint16x8_t position(span3_acc& a, const ui
     r = vmlaq_s16(vdupq_n_s16(8192), r, d);
     // The polynomial is at least 41 for d <= 13, so the logical shift is the arithmetic one.
     const uint16x8_t w = vshrq_n_u16(vreinterpretq_u16_s16(r), 7);
-    a.weight16 = vmlaq_n_u16(a.weight16, w, Spatial);
-    return vmulq_u16(w, n);
+    c.r = vaddq_u16(c.r, w);
+    c.rn = vmlaq_u16(c.rn, w, n);
 }
 
-// value += s * (sum of r * n over one class).
-template <int32_t Spatial>
-inline __attribute__((always_inline)) void add_value(span3_acc& a, uint16x8_t rn) {
-    a.value_lo = vmlal_n_u16(a.value_lo, vget_low_u16(rn), Spatial);
-    a.value_hi = vmlal_n_u16(a.value_hi, vget_high_u16(rn), Spatial);
+// v * (spatial weight of distance D), by lane of the weight register.
+template <int D>
+inline __attribute__((always_inline)) uint16x8_t scale(uint16x8_t v, uint16x8_t spatial) {
+    if (D < 4)
+        return vmulq_lane_u16(v, vget_low_u16(spatial), D & 3);
+    return vmulq_lane_u16(v, vget_high_u16(spatial), D & 3);
 }
 
-inline __attribute__((always_inline)) void add_weight(span3_acc& a) {
-    a.weight_lo = vaddw_u16(a.weight_lo, vget_low_u16(a.weight16));
-    a.weight_hi = vaddw_u16(a.weight_hi, vget_high_u16(a.weight16));
-    a.weight16 = vdupq_n_u16(0);
+// sum + v * (spatial weight of distance D), widened to 32 bits.
+template <int D>
+inline __attribute__((always_inline)) uint32x4_t add_scaled(uint32x4_t sum, uint16x4_t v,
+                                                            uint16x8_t spatial) {
+    if (D < 4)
+        return vmlal_lane_u16(sum, v, vget_low_u16(spatial), D & 3);
+    return vmlal_lane_u16(sum, v, vget_high_u16(spatial), D & 3);
 }
 
-// The 14 positions of window rows -Ady and +Ady, or the 7 of row 0. `up` and `down` point at
-// column x - 3 of those rows.
+// The positions (-Ady, -Adx), (-Ady, +Adx), (+Ady, -Adx), (+Ady, +Adx), duplicates left out
+// where Ady or Adx is 0; then value += s * rn and weight += s * r. `up` and `down` point at
+// column x of rows y - Ady and y + Ady.
+template <int Ady, int Adx>
+inline __attribute__((always_inline)) void window_class(span3_acc& a, const uint8_t* up,
+                                                        const uint8_t* down) {
+    class_sums c = {vdupq_n_u16(0), vdupq_n_u16(0)};
+    position(a, c, up - Adx);
+    if (Adx != 0)
+        position(a, c, up + Adx);
+    if (Ady != 0) {
+        position(a, c, down - Adx);
+        if (Adx != 0)
+            position(a, c, down + Adx);
+    }
+    a.value_lo = add_scaled<Ady + Adx>(a.value_lo, vget_low_u16(c.rn), a.spatial);
+    a.value_hi = add_scaled<Ady + Adx>(a.value_hi, vget_high_u16(c.rn), a.spatial);
+    a.weight16 = vaddq_u16(a.weight16, scale<Ady + Adx>(c.r, a.spatial));
+}
+
+// The 14 positions of window rows y - Ady and y + Ady, or the 7 of row y.
 template <int Ady>
 inline __attribute__((always_inline)) void row_pair(span3_acc& a, const uint8_t* up,
                                                     const uint8_t* down) {
-    uint16x8_t c3 = position<spatial_at(Ady + 3)>(a, up + 0);
-    uint16x8_t c2 = position<spatial_at(Ady + 2)>(a, up + 1);
-    uint16x8_t c1 = position<spatial_at(Ady + 1)>(a, up + 2);
-    uint16x8_t c0 = position<spatial_at(Ady + 0)>(a, up + 3);
-    c1 = vaddq_u16(c1, position<spatial_at(Ady + 1)>(a, up + 4));
-    c2 = vaddq_u16(c2, position<spatial_at(Ady + 2)>(a, up + 5));
-    c3 = vaddq_u16(c3, position<spatial_at(Ady + 3)>(a, up + 6));
-    if (Ady != 0) {
-        c3 = vaddq_u16(c3, position<spatial_at(Ady + 3)>(a, down + 0));
-        c2 = vaddq_u16(c2, position<spatial_at(Ady + 2)>(a, down + 1));
-        c1 = vaddq_u16(c1, position<spatial_at(Ady + 1)>(a, down + 2));
-        c0 = vaddq_u16(c0, position<spatial_at(Ady + 0)>(a, down + 3));
-        c1 = vaddq_u16(c1, position<spatial_at(Ady + 1)>(a, down + 4));
-        c2 = vaddq_u16(c2, position<spatial_at(Ady + 2)>(a, down + 5));
-        c3 = vaddq_u16(c3, position<spatial_at(Ady + 3)>(a, down + 6));
-    }
-    add_value<spatial_at(Ady + 0)>(a, c0);
-    add_value<spatial_at(Ady + 1)>(a, c1);
-    add_value<spatial_at(Ady + 2)>(a, c2);
-    add_value<spatial_at(Ady + 3)>(a, c3);
-    add_weight(a);
+    a.weight16 = vdupq_n_u16(0);
+    window_class<Ady, 0>(a, up, down);
+    window_class<Ady, 1>(a, up, down);
+    window_class<Ady, 2>(a, up, down);
+    window_class<Ady, 3>(a, up, down);
+    a.weight_lo = vaddw_u16(a.weight_lo, vget_low_u16(a.weight16));
+    a.weight_hi = vaddw_u16(a.weight_hi, vget_high_u16(a.weight16));
 }
 
 // Per lane: value / weight, truncating, clamped to 0..255. The weight sum is at least 1 and
@@ -113,14 +126,13 @@ inline void store_lanes(uint32x4_t value_sum, uint32x4_t weight_sum, uint8_t* ou
 void span3_step(const uint8_t* centre, uint8_t* out, ptrdiff_t stride) {
     span3_acc a;
     a.centre = vmovl_u8(vld1_u8(centre));
+    a.spatial = vld1q_u16(kSpatial);
     a.value_lo = a.value_hi = vdupq_n_u32(0);
     a.weight_lo = a.weight_hi = vdupq_n_u32(1);  // the deliberate starting weight
-    a.weight16 = vdupq_n_u16(0);
-    const uint8_t* p = centre - VTR_SPAN3;
-    row_pair<3>(a, p - 3 * stride, p + 3 * stride);
-    row_pair<2>(a, p - 2 * stride, p + 2 * stride);
-    row_pair<1>(a, p - stride, p + stride);
-    row_pair<0>(a, p, p);
+    row_pair<3>(a, centre - 3 * stride, centre + 3 * stride);
+    row_pair<2>(a, centre - 2 * stride, centre + 2 * stride);
+    row_pair<1>(a, centre - stride, centre + stride);
+    row_pair<0>(a, centre, centre);
     store_lanes(a.value_lo, a.weight_lo, out);
     store_lanes(a.value_hi, a.weight_hi, out + 4);
 }

@@ -83,7 +83,8 @@ struct box_column_block {
     void out(const box_block& b, int32_t y, row32 cur) const {
         store_row(b, cur, low + y * stride, high + y * stride);
     }
-    void prefetch(int32_t r) const {
+    // Forced inline: as a separate call GCC would find it free of side effects and drop it.
+    __attribute__((always_inline)) void prefetch(int32_t r) const {
         if (r < height)
             VTR_PREFETCH(src + r * stride);
     }
@@ -146,8 +147,8 @@ void box_filter_col_neon_height_short(const box_column_block& c) {
     const row32 r0 = c.row(0);
     for (int i = 0; i < 4; ++i)
         b.sum[i] = vdupq_n_u16(0);
-    // The doubled centre plus the 63 window rows, added as (centre + row) pairs and one
-    // leftover row to reuse the widening step.
+    // The doubled centre and the 63 window rows: the centre paired with row -31, then rows
+    // -30..31 in pairs, through the widening step with nothing leaving.
     const row32 zero = {vdupq_n_u8(0), vdupq_n_u8(0)};
     step(b, r0, row(-VTR_BOX_REACH), zero, zero);
     for (int32_t k = -VTR_BOX_REACH + 1; k <= VTR_BOX_REACH; k += 2)
