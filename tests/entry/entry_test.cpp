@@ -56,6 +56,8 @@ struct nv21_frame {
 class Entry : public ::testing::Test {
   protected:
     void SetUp() override {
+        // Runtimes that start a helper thread with the first thread (sanitizers) do so here.
+        std::thread([] {}).join();
         baseline_ = vtest::thread_ids().size();
         vtest::log_clear();
     }
