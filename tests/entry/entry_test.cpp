@@ -58,13 +58,13 @@ class Entry : public ::testing::Test {
     void SetUp() override {
         // Runtimes that start a helper thread with the first thread (sanitizers) do so here.
         std::thread([] {}).join();
-        baseline_ = vtest::thread_ids().size();
+        baseline_ = vtest::thread_ids();
         vtest::log_clear();
     }
     void TearDown() override {
-        EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_) << "threads left running";
+        EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 2000), 0u) << "threads left running";
     }
-    size_t baseline_ = 0;
+    std::set<pid_t> baseline_;
 };
 
 // ---- vantor_init ---------------------------------------------------------------------------
@@ -207,7 +207,7 @@ TEST_P(CreateFailure, LogsTheWorkerTearsDownAndLeavesNoThreadRunning) {
     EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "fewer than 15 can report";
     // Every worker started has left (TearDown counts threads); the last one freed the handle
     // if the teardown could not.
-    EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 2000), 0u);
     EXPECT_EQ(hooks.frees(), 12);
 }
 
@@ -408,7 +408,7 @@ TEST_F(Entry, IdleTeardownIsQuickAndEndsEveryWorker) {
     void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
     ASSERT_NE(h, nullptr);
     ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    EXPECT_EQ(vtest::thread_ids().size(), baseline_ + 15);
+    EXPECT_EQ(vtest::threads_since(baseline_), 15u);
     vtest::log_clear();
     const auto start = clock_type::now();
     EXPECT_EQ(vantor_deinit(h), 0);
@@ -416,7 +416,7 @@ TEST_F(Entry, IdleTeardownIsQuickAndEndsEveryWorker) {
     EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 0) << "all fifteen reported";
     EXPECT_EQ(vtest::log_count(4, fmt("vantor_deinit, handle %p", h)), 1);
     EXPECT_EQ(hooks.frees(), 12) << "handle and buffers freed by the teardown itself";
-    EXPECT_EQ(vtest::wait_thread_count(baseline_, 1000), baseline_);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 1000), 0u);
 }
 
 TEST_F(Entry, TeardownRightAfterInitManyTimes) {
@@ -428,7 +428,7 @@ TEST_F(Entry, TeardownRightAfterInitManyTimes) {
         EXPECT_EQ(vantor_deinit(h), 0);
         EXPECT_LT(ms_since(start), 1000.0);
     }
-    EXPECT_EQ(vtest::wait_thread_count(baseline_, 3000), baseline_);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 3000), 0u);
     // Handles whose workers had not all parked are freed by their last worker.
     const auto end = clock_type::now() + std::chrono::seconds(2);
     while (hooks.frees() < 40 * 12 && clock_type::now() < end)
@@ -447,7 +447,7 @@ TEST_F(Entry, TeardownBeforeAnyWorkerStartsLeavesTheHandleToTheLastWorker) {
     EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1);
     EXPECT_EQ(hooks.frees(), 11) << "buffers freed, the handle kept for the workers";
     hooks.open_gate();
-    EXPECT_EQ(vtest::wait_thread_count(baseline_, 2000), baseline_);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 2000), 0u);
     const auto end = clock_type::now() + std::chrono::seconds(2);
     while (hooks.frees() < 12 && clock_type::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -482,7 +482,7 @@ TEST_F(Entry, PlaneWorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
     pthread_mutex_unlock(&t->mutex);
     EXPECT_EQ(vtest::log_count(6, "vantor_u, Not supported format"), 1);
     EXPECT_EQ(vtest::log_count(6, "vantor_v, Not supported format"), 1);
-    EXPECT_EQ(vtest::wait_thread_count(baseline_ + 13, 2000), baseline_ + 13);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 13, 2000), 13u);
 
     nv21_frame f(224, 112, 8);
     vtest::log_clear();
@@ -510,7 +510,7 @@ TEST_F(Entry, StripWorkersGiveUpOnAnUnknownFormat) {
     pthread_cond_broadcast(&t->interleave_cond);
     vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
     pthread_mutex_unlock(&t->mutex);
-    EXPECT_EQ(vtest::wait_thread_count(baseline_ + 7, 2000), baseline_ + 7);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 7, 2000), 7u);
     EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave_thread_func, Not supported format"), 4);
     EXPECT_EQ(vtest::log_count(6, "vantor_interleave_thread_func, Not supported format"), 4);
     EXPECT_EQ(vantor_deinit(h), 0);

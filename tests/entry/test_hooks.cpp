@@ -160,12 +160,19 @@ std::set<pid_t> thread_ids() {
     return ids;
 }
 
-size_t wait_thread_count(size_t count, int ms) {
+size_t threads_since(const std::set<pid_t>& before) {
+    size_t n = 0;
+    for (pid_t tid : thread_ids())
+        n += before.count(tid) == 0;
+    return n;
+}
+
+size_t wait_threads_since(const std::set<pid_t>& before, size_t count, int ms) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    size_t n = thread_ids().size();
+    size_t n = threads_since(before);
     while (n > count && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        n = thread_ids().size();
+        n = threads_since(before);
     }
     return n;
 }

@@ -30,8 +30,11 @@ class hook_guard {
 
 // Ids of the process's threads, from /proc/self/task.
 std::set<pid_t> thread_ids();
-// Waits up to `ms` for the thread count to drop to `count`; returns the last count seen.
-size_t wait_thread_count(size_t count, int ms);
+// Threads of the process that are not in `before`.
+size_t threads_since(const std::set<pid_t>& before);
+// Waits up to `ms` until at most `count` threads not in `before` remain; returns the last
+// number seen. Counting new ids, not all threads, keeps emulator helper threads out of it.
+size_t wait_threads_since(const std::set<pid_t>& before, size_t count, int ms);
 // Niceness of one thread of this process, from /proc/self/task/<tid>/stat.
 int thread_nice(pid_t tid);
 
