@@ -5,10 +5,11 @@
 // source + 128 - low, clamped to 0..255. Rows outside the plane are mirrored about the edge
 // row, which is not repeated.
 //
-// Small planes: below 64 rows the single mirror no longer reaches inside the plane, so the
-// mirror is applied repeatedly until the row lies inside (a plane of one row reads row 0
-// everywhere). Both twins switch to that rule at the same height and give identical bytes for
-// every height >= 1; a height < 1 writes nothing.
+// Small planes: below 64 rows a single mirror no longer lands inside the plane, so the mirror
+// is applied repeatedly until the row lies inside (a plane of one row reads row 0 everywhere).
+// The scalar twin runs the four running-sum phases from 64 rows, the vector twin from 65 (its
+// main phase wants a row); below that both take the repeated mirror, and the two give
+// identical bytes for every height >= 1. A height < 1 writes nothing.
 #ifndef VANTOR_FILTERS_BOX_FILTER_H
 #define VANTOR_FILTERS_BOX_FILTER_H
 
