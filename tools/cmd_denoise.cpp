@@ -136,6 +136,8 @@ int cmd_denoise(int argc, char** argv) {
     if (r.raw)
         return denoise_raw(in, a.positionals[1], r, scenario, quiet);
     const std::vector<uint8_t>& head = in.peek(8);
+    if (head.empty())
+        fail(in.name + " is empty");
     if (sniff_image(head.data(), head.size()) == image_kind::none &&
         image_kind_of_name(a.positionals[0]) == image_kind::none)
         usage_error(in.name +

@@ -161,6 +161,8 @@ class BadInputTests(ToolTestCase):
                            "of a 256x144 NV21 frame", input_bytes=bytes(frame + 20000))
         self.check_refusal(["denoise", "-", "out.nv21", "-s", "256x144"], 1,
                            "standard input is empty", input_bytes=b"")
+        self.check_refusal(["denoise", "-", "out.png"], 1, "standard input is empty",
+                           input_bytes=b"")
 
     def test_interrupted_run_leaves_no_file(self):
         # A stream that never ends, stopped by SIGTERM mid-way: the temporary file goes too.
