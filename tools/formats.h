@@ -35,10 +35,10 @@ bool parse_size(const std::string& text, int* width, int* height);
 // height / 2 rows, YUYV and YUY2 as height rows of 2 * width bytes.
 size_t frame_bytes(pixel_format f, int width, int height);
 
-// Smallest frame the library's filters can work on: its block-resolution planes (one sample per
-// 16 x 16 block) must be at least 14 blocks wide and 7 blocks high.
-constexpr int min_width = 224;
-constexpr int min_height = 97;
+// Smallest frame the library takes: every width that is a multiple of 16 from 16 up and every
+// height from 1 up (its kernels have rules of their own for planes below their usual minimum).
+constexpr int min_width = 16;
+constexpr int min_height = 1;
 // Largest side the tool accepts, so that every plane size fits the library's 32-bit arithmetic.
 constexpr int max_side = 16384;
 

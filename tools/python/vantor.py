@@ -32,9 +32,9 @@ FORMATS = {
 }
 SCENARIOS = {"capture": 0, "preview": 1}
 
-# The library's filters work on one sample per 16 x 16 block and need at least 14 x 7 blocks.
-MIN_WIDTH = 224
-MIN_HEIGHT = 97
+# The library takes every width that is a multiple of 16 from 16 up and every height from 1 up.
+MIN_WIDTH = 16
+MIN_HEIGHT = 1
 _READY_TIMEOUT_MS = 5000
 
 _lib = None
