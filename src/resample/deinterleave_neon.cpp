@@ -56,12 +56,14 @@ inline void yuv422_step(const uint8_t* in, uint8_t* y, uint8_t* first, uint8_t* 
     }
 }
 
+// A plane the row does not write may be null; no pointer into it is formed.
 template <bool with_luma, bool with_chroma>
 void yuv422_row(uint8_t* y_row, uint8_t* first_row, uint8_t* second_row, const uint8_t* in,
                 int32_t width_bound) {
     for (int32_t x = 0; x < width_bound; x += 128)
-        yuv422_step<with_luma, with_chroma>(in + 2 * x, y_row + x, first_row + x / 16,
-                                            second_row + x / 16);
+        yuv422_step<with_luma, with_chroma>(in + 2 * x, with_luma ? y_row + x : nullptr,
+                                            with_chroma ? first_row + x / 16 : nullptr,
+                                            with_chroma ? second_row + x / 16 : nullptr);
 }
 
 // One 16-row band starting at row r: row r with chroma, then the 15 luma-only rows.
