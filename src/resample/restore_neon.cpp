@@ -1,95 +1,103 @@
 // Vector restore interleave; restore.cpp is the scalar truth.
 //
-// Memory: every read and write is a whole step of the runs given in restore.h (16 luma bytes,
-// 16 VU bytes with 8 bytes of each upsampled plane, or 32 packed bytes with 16 bytes of each
-// component and 8 of each upsampled plane); width a multiple of 16 makes the steps end exactly
-// at the end of each run, so nothing past it is read or written. Each step loads all of its
-// input before it stores, which makes in-place calls safe. Prefetches run 128 bytes ahead of
-// each read pointer and may point past the plane; a prefetch never faults.
+// Memory: every read and write is a whole step of the runs given in restore.h: 16 luma bytes;
+// 32 VU bytes with 16 bytes of each upsampled plane; or 64 packed bytes with 32 bytes of each
+// component and 16 of each upsampled plane. Width a multiple of 16 makes the luma steps end
+// exactly at the end of each run; a chroma or packed run may end with half a step, which goes
+// through a zeroed copy on the stack, so nothing past a run is read or written. Each step loads
+// all of its input before it stores, which makes in-place calls safe. Prefetches run 128 bytes
+// ahead of each read pointer and may point past the plane; a prefetch never faults.
 //
-// Division: the weight n / S (n the signed 16-bit numerator) is computed as (|n| * m) >> k with
-// m and k chosen once per call, then given the quotient's sign. With b = |S| (1 .. 32768),
-// c = ceil(log2 b), k = 15 + c and m = ceil(2^k / b) = (2^k + e) / b where 0 <= e < b <= 2^c:
-//   |n| * m / 2^k = |n| / b + |n| * e / (b * 2^k),
-// and for |n| <= 2^15 the second term is below 2^15 * 2^c / (b * 2^(15 + c)) = 1 / b. The
-// fraction of |n| / b is at most (b - 1) / b, so the sum never reaches the next integer and the
-// shift gives floor(|n| / b) exactly. m is 2^15 for a power of two and at most 65533 otherwise,
-// so |n| * m fits 32 bits unsigned. A quotient of negative sign is clamped to 0 by the blend
-// anyway, and S = 0 takes m = 0, giving 0 like the scalar twin's explicit test.
+// Division: the weight n / S (n the signed 16-bit numerator) is found from m = |n| and
+// b = |S| (1 .. 32768) with one multiply-high and one correction step, then given the
+// quotient's sign. With R = min(floor(2^16 / b), 2^16 - 1), chosen once per call:
+//   2^16 / b - 1 <= R <= 2^16 / b, so m / b - m / 2^16 <= m * R / 2^16 <= m / b;
+// m <= 2^15 makes m / 2^16 at most 1/2, so q0 = floor(m * R / 2^16), the high half of the
+// 16 x 16-bit product, is q or q - 1 for q = floor(m / b). Then r = m - q0 * b is exact in 16
+// bits (0 <= r < 2b <= 2^16) and r >= b exactly when q0 = q - 1, which adds the missing 1. The
+// product m * R stays below 2^31; the shift of 16 is the same for every divisor. S = 0 takes
+// R = 0 and b = 2^16 - 1, which no remainder reaches: weight 0, like the scalar twin's test. A
+// quotient of negative sign is clamped to 0 by the blend anyway; q, up to 2^15, is clamped to
+// 64 after a saturating narrowing.
 #include "platform/neon.h"
 #include "resample/restore.h"
 
 #include <stddef.h>
+#include <string.h>
 
 namespace {
 
 constexpr int32_t VTR_RESTORE_PREFETCH = 128;
 
 struct divisor {
-    uint16x4_t magic;  // m
-    int32x4_t shift;   // -k, for a right shift by vshlq
-    int16x8_t sign;    // all ones when S < 0
-    uint16x8_t half;   // S >> 1, the rounding term of the numerator
+    uint16x8_t recip;    // R
+    uint32x4_t recip32;  // R in 32-bit lanes
+    uint16x8_t b;        // |S|, or 2^16 - 1 for S = 0
+    int16x8_t sign;      // all ones when S < 0
+    uint16x8_t half;     // S >> 1, the rounding term of the numerator
 };
 
 divisor make_divisor(int32_t S) {
     const int16_t s = static_cast<int16_t>(S);
-    uint32_t m = 0;
-    int32_t k = 0;
-    if (s != 0) {
-        const uint32_t b =
-            s < 0 ? static_cast<uint32_t>(-static_cast<int32_t>(s)) : static_cast<uint32_t>(s);
-        int32_t c = 0;
-        while ((1u << c) < b)
-            ++c;
-        k = 15 + c;
-        m = ((1u << k) + b - 1) / b;
-    }
+    const uint32_t b =
+        s < 0 ? static_cast<uint32_t>(-static_cast<int32_t>(s)) : static_cast<uint32_t>(s);
+    uint32_t r = 0;
+    if (b != 0)
+        r = b == 1 ? 0xFFFFu : 0x10000u / b;
     divisor d;
-    d.magic = vdup_n_u16(static_cast<uint16_t>(m));
-    d.shift = vdupq_n_s32(-k);
+    d.recip = vdupq_n_u16(static_cast<uint16_t>(r));
+    d.recip32 = vdupq_n_u32(r);
+    d.b = vdupq_n_u16(static_cast<uint16_t>(b != 0 ? b : 0xFFFFu));
     d.sign = vdupq_n_s16(s < 0 ? -1 : 0);
     d.half = vdupq_n_u16(static_cast<uint16_t>(s >> 1));
     return d;
 }
 
+// floor(m * R / 2^16) per lane.
+inline uint16x8_t mul_high(uint16x8_t m, const divisor& d) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vcombine_u16(vshrn_n_u32(vmull_u16(vget_low_u16(m), vget_low_u16(d.recip)), 16),
+                        vshrn_n_u32(vmull_u16(vget_high_u16(m), vget_high_u16(d.recip)), 16));
+#else
+    // Translated, widening a half vector costs more than the multiply itself: the even and the
+    // odd 16-bit lanes are multiplied where they stand, as 32-bit lanes, and the high halves
+    // merged.
+    const uint32x4_t m32 = vreinterpretq_u32_u16(m);
+    const uint32x4_t even = vmulq_u32(vandq_u32(m32, vdupq_n_u32(0xFFFF)), d.recip32);
+    const uint32x4_t odd = vmulq_u32(vshrq_n_u32(m32, 16), d.recip32);
+    return vreinterpretq_u16_u32(
+        vorrq_u32(vshrq_n_u32(even, 16), vandq_u32(odd, vdupq_n_u32(0xFFFF0000))));
+#endif
+}
+
+// n / S of 8 numerators where n and S have the same sign, 0 elsewhere; up to 2^15.
+inline uint16x8_t quotient(int16x8_t n, const divisor& d) {
+    // |-32768| wraps to 0x8000, which read unsigned is the right magnitude.
+    const uint16x8_t m = vreinterpretq_u16_s16(vabsq_s16(n));
+    const uint16x8_t q0 = mul_high(m, d);
+    const uint16x8_t r = vmlsq_u16(m, q0, d.b);
+    // The compare is all ones (minus one) where q0 is one short.
+    const uint16x8_t q = vsubq_u16(q0, vcgeq_u16(r, d.b));
+    const uint16x8_t negative = vcltq_s16(veorq_s16(n, d.sign), vdupq_n_s16(0));
+    return vbicq_u16(q, negative);
+}
+
 // Weights, 0 .. 64, of 8 numerators.
 inline uint8x8_t weight_of(int16x8_t n, const divisor& d) {
-    // |-32768| wraps to 0x8000, which read unsigned is the right magnitude.
-    const uint16x8_t mag = vreinterpretq_u16_s16(vabsq_s16(n));
-    const uint32x4_t lo = vshlq_u32(vmull_u16(vget_low_u16(mag), d.magic), d.shift);
-    const uint32x4_t hi = vshlq_u32(vmull_u16(vget_high_u16(mag), d.magic), d.shift);
-    const uint16x8_t q = vminq_u16(vcombine_u16(vmovn_u32(lo), vmovn_u32(hi)), vdupq_n_u16(64));
-    // The quotient is negative (or zero) where n and S differ in sign: weight 0.
-    const uint16x8_t negative = vcltq_s16(veorq_s16(n, d.sign), vdupq_n_s16(0));
-    return vmovn_u16(vbicq_u16(q, negative));
+    return vmin_u8(vqmovn_u16(quotient(n, d)), vdup_n_u8(64));
 }
 
-// Weights of 8 pairs from their distances sad (0 .. 510).
-inline uint8x8_t blend_weight(uint16x8_t sad, const divisor& d) {
-    // sad * 64 + S / 2, wrapping in 16 bits, read as signed.
-    return weight_of(vreinterpretq_s16_u16(vaddq_u16(vshlq_n_u16(sad, 6), d.half)), d);
+// sad * 64 + S / 2 of 8 pair distances, wrapping in 16 bits, read as signed.
+inline int16x8_t numerator(uint16x8_t sad, const divisor& d) {
+    return vreinterpretq_s16_u16(vaddq_u16(vshlq_n_u16(sad, 6), d.half));
 }
 
-// Blends 8 pairs: inputs c1, c2, upsampled f1, f2.
-inline uint8x8x2_t blend8(uint8x8_t c1, uint8x8_t c2, uint8x8_t f1, uint8x8_t f2,
-                          const divisor& d) {
-    const uint16x8_t sad = vaddl_u8(vabd_u8(c1, f1), vabd_u8(c2, f2));
-    const uint8x8_t w = blend_weight(sad, d);
-    const uint8x8_t iw = vsub_u8(vdup_n_u8(64), w);
-    uint8x8x2_t out;
-    // At most 64 * 255: no lane overflows, and the result is already within 0 .. 255.
-    out.val[0] = vshrn_n_u16(vmlal_u8(vmull_u8(iw, f1), w, c1), 6);
-    out.val[1] = vshrn_n_u16(vmlal_u8(vmull_u8(iw, f2), w, c2), 6);
-    return out;
-}
-
-// clamp(a + b - 128, 0, 255) for 16 pixels: subtraction saturating at 0, narrowing
-// saturating at 255.
+// clamp(a + b - 128, 0, 255) for 16 pixels in bytes: of b - 128 and 128 - b, saturated at 0,
+// one is zero, so adding the first and subtracting the second, both saturating, clamps as
+// required.
 inline uint8x16_t rebuilt_luma(uint8x16_t a, uint8x16_t b) {
-    const uint16x8_t bias = vdupq_n_u16(128);
-    return vcombine_u8(vqmovn_u16(vqsubq_u16(vaddl_u8(vget_low_u8(a), vget_low_u8(b)), bias)),
-                       vqmovn_u16(vqsubq_u16(vaddl_u8(vget_high_u8(a), vget_high_u8(b)), bias)));
+    const uint8x16_t bias = vdupq_n_u8(128);
+    return vqsubq_u8(vqaddq_u8(a, vqsubq_u8(b, bias)), vqsubq_u8(bias, b));
 }
 
 // Truncating mean (a + b) >> 1 of 16 bytes. Native NEON has it as one instruction; where the
@@ -103,28 +111,31 @@ inline uint8x16_t mean_down(uint8x16_t a, uint8x16_t b) {
 #endif
 }
 
-// With a limit of 2 the blend ((2 - d) * t + d * yo) >> 1 has three outcomes: t for d = 0,
-// the truncating mean (t + yo) >> 1 for d = 1 (which is also t for d = 0), yo for d = 2. So it
-// is a halving add and a select, with no widening.
+// The luma blends have few outcomes, each a truncating mean, so they are selects and halving
+// adds in bytes, with no widening. With m = mean_down(t, yo):
+//   mean_down(t, m) = (3t + yo) >> 2: for s = t + yo, t + m = (2t + s - (s & 1)) / 2, and when s
+//   is odd 3t + yo = 2t + s is odd too, so dropping (s & 1) does not change the quarter;
+//   mean_down(yo, m) = (t + 3yo) >> 2 likewise.
 
-// 4:2:0 capture luma (limit 2) for 16 pixels.
+// 4:2:0 capture luma (limit 2): ((2 - d) * t + d * yo) >> 1 is t for d = 0, the mean for
+// d = 1 (which is also t for d = 0), yo for d = 2.
 inline uint8x16_t luma420_capture(uint8x16_t a, uint8x16_t b, uint8x16_t yo) {
     const uint8x16_t t = rebuilt_luma(a, b);
     const uint8x16_t far = vcgeq_u8(vabdq_u8(t, yo), vdupq_n_u8(2));
     return vbslq_u8(far, yo, mean_down(t, yo));
 }
 
-// 4:2:0 preview luma (limit 4): ((4 - d) * t + d * yo) >> 2 in 16-bit halves.
+// 4:2:0 preview luma (limit 4): ((4 - d) * t + d * yo) >> 2 for the difference d is
+//   d 0: t = mean_down(t, t)     d 1: mean_down(t, m)     d 2: m = mean_down(t, yo)
+//   d 3: mean_down(yo, m)        d 4 or more: yo = mean_down(yo, yo)
+// so it is mean_down(p, q) with p = t for d <= 2, else yo, and q = m for d of 1 or 3, else yo.
 inline uint8x16_t luma420_preview(uint8x16_t a, uint8x16_t b, uint8x16_t yo) {
-    const uint8x16_t dm = vdupq_n_u8(4);
     const uint8x16_t t = rebuilt_luma(a, b);
-    const uint8x16_t d = vminq_u8(vabdq_u8(t, yo), dm);
-    const uint8x16_t keep = vsubq_u8(dm, d);
-    const uint16x8_t lo =
-        vmlal_u8(vmull_u8(vget_low_u8(keep), vget_low_u8(t)), vget_low_u8(d), vget_low_u8(yo));
-    const uint16x8_t hi =
-        vmlal_u8(vmull_u8(vget_high_u8(keep), vget_high_u8(t)), vget_high_u8(d), vget_high_u8(yo));
-    return vcombine_u8(vshrn_n_u16(lo, 2), vshrn_n_u16(hi, 2));
+    const uint8x16_t d = vabdq_u8(t, yo);
+    const uint8x16_t p = vbslq_u8(vcleq_u8(d, vdupq_n_u8(2)), t, yo);
+    // d | 2 is 3 exactly for d of 1 and 3.
+    const uint8x16_t odd = vceqq_u8(vorrq_u8(d, vdupq_n_u8(2)), vdupq_n_u8(3));
+    return mean_down(p, vbslq_u8(odd, mean_down(t, yo), yo));
 }
 
 // 4:2:2 luma: the dead zone makes a difference of 0 or 1 write t, 2 the mean, 3 or more yo.
@@ -153,91 +164,157 @@ void luma420_pass(const uint8_t* y_in, const uint8_t* a, const uint8_t* b, uint8
     }
 }
 
+// ((64 - w) * f + w * c) >> 6 for 16 bytes: at most 64 * 255 before the shift, so no lane
+// overflows and the result is already within 0 .. 255.
+inline uint8x16_t mix16(uint8x16_t iw, uint8x16_t w, uint8x16_t f, uint8x16_t c) {
+    const uint16x8_t lo =
+        vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f)), vget_low_u8(w), vget_low_u8(c));
+    const uint16x8_t hi =
+        vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f)), vget_high_u8(w), vget_high_u8(c));
+    return vcombine_u8(vshrn_n_u16(lo, 6), vshrn_n_u16(hi, 6));
+}
+
 // Blends 16 pairs: inputs c1, c2, upsampled f1, f2.
 inline uint8x16x2_t blend16(uint8x16_t c1, uint8x16_t c2, uint8x16_t f1, uint8x16_t f2,
                             const divisor& d) {
     const uint8x16_t d1 = vabdq_u8(c1, f1);
     const uint8x16_t d2 = vabdq_u8(c2, f2);
-    const uint8x16_t w = vcombine_u8(blend_weight(vaddl_u8(vget_low_u8(d1), vget_low_u8(d2)), d),
-                                     blend_weight(vaddl_u8(vget_high_u8(d1), vget_high_u8(d2)), d));
+    const uint16x8_t q_lo = quotient(numerator(vaddl_u8(vget_low_u8(d1), vget_low_u8(d2)), d), d);
+    const uint16x8_t q_hi = quotient(numerator(vaddl_u8(vget_high_u8(d1), vget_high_u8(d2)), d), d);
+    const uint8x16_t w = vminq_u8(vcombine_u8(vqmovn_u16(q_lo), vqmovn_u16(q_hi)), vdupq_n_u8(64));
     const uint8x16_t iw = vsubq_u8(vdupq_n_u8(64), w);
     uint8x16x2_t out;
-    out.val[0] = vcombine_u8(vshrn_n_u16(vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f1)),
-                                                  vget_low_u8(w), vget_low_u8(c1)),
-                                         6),
-                             vshrn_n_u16(vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f1)),
-                                                  vget_high_u8(w), vget_high_u8(c1)),
-                                         6));
-    out.val[1] = vcombine_u8(vshrn_n_u16(vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f2)),
-                                                  vget_low_u8(w), vget_low_u8(c2)),
-                                         6),
-                             vshrn_n_u16(vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f2)),
-                                                  vget_high_u8(w), vget_high_u8(c2)),
-                                         6));
+    out.val[0] = mix16(iw, w, f1, c1);
+    out.val[1] = mix16(iw, w, f2, c2);
     return out;
+}
+
+// One 4:2:0 chroma step: 16 pairs of VU and 16 bytes of each upsampled plane.
+inline void chroma420_step(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
+                           uint8_t* vu_out, const divisor& d) {
+    const uint8x16x2_t c = vld2q_u8(vu_in);
+    vst2q_u8(vu_out, blend16(c.val[0], c.val[1], vld1q_u8(up_first), vld1q_u8(up_second), d));
 }
 
 // The 4:2:0 chroma walk: `rows` rows of `steps` 16-byte steps each. Rows follow each other
 // without gaps, so the walk is one run of rows * steps * 16 VU bytes (and half as many bytes
-// of each upsampled plane), taken 32 bytes at a time with one 16-byte step at the end when
-// the count of steps is odd.
+// of each upsampled plane), taken 32 bytes at a time; an odd last 16 go through a zeroed copy.
 void chroma420_pass(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
-                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor& d) {
+                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor d) {
     const ptrdiff_t total = static_cast<ptrdiff_t>(rows) * steps;
     ptrdiff_t i = 0;
     for (; i + 2 <= total; i += 2) {
         VTR_PREFETCH(vu_in + VTR_RESTORE_PREFETCH);
         VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
         VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
-        const uint8x16x2_t c = vld2q_u8(vu_in);
-        vst2q_u8(vu_out, blend16(c.val[0], c.val[1], vld1q_u8(up_first), vld1q_u8(up_second), d));
+        chroma420_step(vu_in, up_first, up_second, vu_out, d);
         vu_in += 32;
         vu_out += 32;
         up_first += 16;
         up_second += 16;
     }
     if (i < total) {
-        const uint8x8x2_t c = vld2_u8(vu_in);
-        vst2_u8(vu_out, blend8(c.val[0], c.val[1], vld1_u8(up_first), vld1_u8(up_second), d));
+        uint8_t vu[32] = {}, u1[16] = {}, u2[16] = {};
+        memcpy(vu, vu_in, 16);
+        memcpy(u1, up_first, 8);
+        memcpy(u2, up_second, 8);
+        chroma420_step(vu, u1, u2, vu, d);
+        memcpy(vu_out, vu, 16);
     }
 }
 
+// 16 packed groups Y0 C1 Y1 C2 (32 pixels, 64 bytes), one field per vector.
+inline uint8x16x4_t load_groups(const uint8_t* p) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vld4q_u8(p);
+#else
+    // Translated structure loads go byte by byte; two rounds of unzipping do the same.
+    const uint8x16x2_t lo = vuzpq_u8(vld1q_u8(p), vld1q_u8(p + 16));  // groups 0-7: Y, C
+    const uint8x16x2_t hi = vuzpq_u8(vld1q_u8(p + 32), vld1q_u8(p + 48));
+    const uint8x16x2_t y = vuzpq_u8(lo.val[0], hi.val[0]);
+    const uint8x16x2_t c = vuzpq_u8(lo.val[1], hi.val[1]);
+    uint8x16x4_t g;
+    g.val[0] = y.val[0];
+    g.val[1] = c.val[0];
+    g.val[2] = y.val[1];
+    g.val[3] = c.val[1];
+    return g;
+#endif
+}
+
+// Stores 16 groups from one vector per field, the reverse of load_groups.
+inline void store_groups(uint8_t* p, uint8x16x4_t g) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    vst4q_u8(p, g);
+#else
+    const uint8x16x2_t y = vzipq_u8(g.val[0], g.val[2]);  // Y0 Y1 of groups 0-7, 8-15
+    const uint8x16x2_t c = vzipq_u8(g.val[1], g.val[3]);
+    const uint8x16x2_t lo = vzipq_u8(y.val[0], c.val[0]);
+    const uint8x16x2_t hi = vzipq_u8(y.val[1], c.val[1]);
+    vst1q_u8(p, lo.val[0]);
+    vst1q_u8(p + 16, lo.val[1]);
+    vst1q_u8(p + 32, hi.val[0]);
+    vst1q_u8(p + 48, hi.val[1]);
+#endif
+}
+
+// One 4:2:2 step in place: 16 groups of the frame, 32 bytes of each component plane (even
+// bytes with Y0, odd ones with Y1) and 16 of each upsampled plane.
+template <bool with_luma>
+inline void yuv422_step(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
+                        const uint8_t* up_second, const divisor& d) {
+    uint8x16x4_t g = load_groups(frame);
+    if (with_luma) {
+        const uint8x16x2_t va = vld2q_u8(a);
+        const uint8x16x2_t vb = vld2q_u8(b);
+        g.val[0] = luma422(va.val[0], vb.val[0], g.val[0]);
+        g.val[2] = luma422(va.val[1], vb.val[1], g.val[2]);
+    }
+    const uint8x16x2_t c = blend16(g.val[1], g.val[3], vld1q_u8(up_first), vld1q_u8(up_second), d);
+    g.val[1] = c.val[0];
+    g.val[3] = c.val[1];
+    store_groups(frame, g);
+}
+
+// The 4:2:2 walk. Rows follow each other without gaps in every plane, so it is one run of
+// height * width / 2 groups, taken 16 at a time; a last 8 (width / 2 is a multiple of 8) go
+// through a zeroed copy so that nothing past the planes is read or written.
 template <bool with_luma>
 void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
                  const uint8_t* up_second, int32_t width, int32_t height, int32_t S) {
     if (width <= 0 || (width & 15) != 0 || height <= 0)
         return;
     const divisor d = make_divisor(S);
-    for (int32_t row = 0; row < height; ++row) {
-        for (int32_t left = width; left != 0; left -= 16) {
-            VTR_PREFETCH(frame + VTR_RESTORE_PREFETCH);
-            VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
-            VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
-            // 8 groups Y0 C1 Y1 C2: 16 pixels.
-            uint8x8x4_t g = vld4_u8(frame);
-            if (with_luma) {
-                VTR_PREFETCH(a + VTR_RESTORE_PREFETCH);
-                VTR_PREFETCH(b + VTR_RESTORE_PREFETCH);
-                // Even component bytes go with Y0, odd ones with Y1.
-                const uint8x8x2_t va = vld2_u8(a);
-                const uint8x8x2_t vb = vld2_u8(b);
-                const uint8x16_t y =
-                    luma422(vcombine_u8(va.val[0], va.val[1]), vcombine_u8(vb.val[0], vb.val[1]),
-                            vcombine_u8(g.val[0], g.val[2]));
-                g.val[0] = vget_low_u8(y);
-                g.val[2] = vget_high_u8(y);
-                a += 16;
-                b += 16;
-            }
-            const uint8x8x2_t c =
-                blend8(g.val[1], g.val[3], vld1_u8(up_first), vld1_u8(up_second), d);
-            g.val[1] = c.val[0];
-            g.val[3] = c.val[1];
-            vst4_u8(frame, g);
-            frame += 32;
-            up_first += 8;
-            up_second += 8;
+    const ptrdiff_t groups = static_cast<ptrdiff_t>(height) * (width / 2);
+    ptrdiff_t i = 0;
+    for (; i + 16 <= groups; i += 16) {
+        VTR_PREFETCH(frame + VTR_RESTORE_PREFETCH);
+        VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
+        VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
+        if (with_luma) {
+            VTR_PREFETCH(a + VTR_RESTORE_PREFETCH);
+            VTR_PREFETCH(b + VTR_RESTORE_PREFETCH);
         }
+        yuv422_step<with_luma>(frame, a, b, up_first, up_second, d);
+        frame += 64;
+        up_first += 16;
+        up_second += 16;
+        if (with_luma) {
+            a += 32;
+            b += 32;
+        }
+    }
+    if (i < groups) {
+        uint8_t packed[64] = {}, ca[32] = {}, cb[32] = {}, u1[16] = {}, u2[16] = {};
+        memcpy(packed, frame, 32);
+        memcpy(u1, up_first, 8);
+        memcpy(u2, up_second, 8);
+        if (with_luma) {
+            memcpy(ca, a, 16);
+            memcpy(cb, b, 16);
+        }
+        yuv422_step<with_luma>(packed, ca, cb, u1, u2, d);
+        memcpy(frame, packed, 32);
     }
 }
 
