@@ -2,7 +2,8 @@
 // contents, with guarded buffers; in bench mode the same pairs are timed side by side.
 //
 // A kernel family registers its cases from its own file:
-//   static const twin::registrar reg({"box_filter_col", trial_fn, bench_fn});
+//   const twin::twin_case cases[] = {{"box_filter_col", trial_fn, bench_fn}, ...};
+//   const twin::registrar reg(cases);
 #ifndef VANTOR_TESTS_TWIN_H
 #define VANTOR_TESTS_TWIN_H
 
@@ -30,10 +31,17 @@ struct context {
 
 class bench_timer {
   public:
+    std::string name;  // of the case being timed, printed before each label
     // Times the scalar and the vector form of one workload and prints both rates and the
     // speed-up. `bytes` is the amount of plane data one call processes.
     void pair(const std::string& label, double bytes, const std::function<void()>& scalar,
               const std::function<void()>& vector);
+    // The same with one call that runs the scalar twin for call(false), the vector for true.
+    template <typename Call>
+    void pair(const std::string& label, double bytes, Call call) {
+        pair(
+            label, bytes, [&] { call(false); }, [&] { call(true); });
+    }
 };
 
 struct twin_case {
@@ -45,7 +53,12 @@ struct twin_case {
 };
 
 struct registrar {
-    explicit registrar(const twin_case& c);
+    template <size_t N>
+    explicit registrar(const twin_case (&cases)[N]) {
+        for (const twin_case& c : cases)
+            add(c);
+    }
+    static void add(const twin_case& c);
 };
 
 }  // namespace twin

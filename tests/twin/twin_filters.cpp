@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "filters/bilateral.h"
@@ -17,9 +18,21 @@ using vtest::guarded;
 // Outputs start with this value, so that writes outside the expected area show as differences.
 constexpr uint8_t kUnwritten = 0x5A;
 
-std::string dims(const char* what, int width, int height, int stride, vtest::pattern p) {
-    return std::string(what) + " " + std::to_string(width) + "x" + std::to_string(height) +
-           " stride " + std::to_string(stride) + " " + vtest::pattern_name(p);
+std::string dims(int width, int height, int stride, vtest::pattern p) {
+    return std::to_string(width) + "x" + std::to_string(height) + " stride " +
+           std::to_string(stride) + " " + vtest::pattern_name(p);
+}
+
+box_filter_job job_of(const uint8_t* src, uint8_t* low, uint8_t* high, int stride, int height,
+                      int width) {
+    box_filter_job j{};
+    j.stride = stride;
+    j.height = height;
+    j.width = width;
+    j.source = src;
+    j.low = low;
+    j.high = high;
+    return j;
 }
 
 // A third below the 64-row running-sum minimum, a third around it, the rest up to 400 rows.
@@ -49,31 +62,26 @@ bool box_trial(twin::context& ctx, bool job) {
             for (int x = offset; x < offset + width; ++x)
                 box_filter_column_c(src.data() + x, low_c.data() + x, high_c.data() + x, stride,
                                     height);
-            box_filter_job j{};
-            j.stride = stride;
-            j.height = height;
-            j.width = width;
-            j.source = src.data() + offset;
-            j.low = low_v.data() + offset;
-            j.high = high_v.data() + offset;
+            box_filter_job j = job_of(src.data() + offset, low_v.data() + offset,
+                                      high_v.data() + offset, stride, height, width);
             box_filter_run_job(&j);
         } else {
             box_filter_col_c(src.data(), low_c.data(), high_c.data(), stride, height, width);
             box_filter_col_neon(src.data(), low_v.data(), high_v.data(), stride, height, width);
         }
         const std::string what =
-            dims(job ? "box_filter_run_job" : "box_filter_col_neon", width, height, stride, p) +
-            " offset " + std::to_string(offset);
+            dims(width, height, stride, p) + " offset " + std::to_string(offset);
         // All rows but the last at full stride, then the last row's bytes.
         const size_t tail = bytes - last_row;
-        if (!ctx.same(low_c.data(), low_v.data(), stride, height - 1, stride, what + " low") ||
-            !ctx.same(high_c.data(), high_v.data(), stride, height - 1, stride, what + " high") ||
-            !ctx.same(low_c.data() + tail, low_v.data() + tail, last_row, 1, last_row,
-                      what + " low, last row") ||
-            !ctx.same(high_c.data() + tail, high_v.data() + tail, last_row, 1, last_row,
-                      what + " high, last row") ||
-            !ctx.intact(low_v, what + " low") || !ctx.intact(high_v, what + " high"))
-            return false;
+        for (auto o : {std::make_pair(&low_c, &low_v), std::make_pair(&high_c, &high_v)}) {
+            const uint8_t* c = o.first->data();
+            const uint8_t* v = o.second->data();
+            const std::string plane = what + (o.first == &low_c ? " low" : " high");
+            if (!ctx.same(c, v, stride, height - 1, stride, plane) ||
+                !ctx.same(c + tail, v + tail, last_row, 1, last_row, plane + ", last row") ||
+                !ctx.intact(*o.second, plane))
+                return false;
+        }
     }
     return true;
 }
@@ -88,8 +96,8 @@ bool box_filter_run_job_trial(twin::context& ctx) {
 
 // Runs `scalar` and `vector` on the same plane for every pattern and compares the outputs.
 template <typename Scalar, typename Vector>
-bool bilateral_pair(twin::context& ctx, const char* what, int height, int width, Scalar scalar,
-                    Vector vector) {
+bool bilateral_pair(twin::context& ctx, const std::string& what, int height, int width,
+                    Scalar scalar, Vector vector) {
     const size_t bytes = static_cast<size_t>(width) * height;
     guarded src(bytes), out_c(bytes), out_v(bytes);
     for (vtest::pattern p : vtest::all_patterns) {
@@ -98,7 +106,7 @@ bool bilateral_pair(twin::context& ctx, const char* what, int height, int width,
         memset(out_v.data(), kUnwritten, bytes);
         scalar(src.data(), out_c.data());
         vector(src.data(), out_v.data());
-        const std::string where = dims(what, width, height, width, p);
+        const std::string where = what + " " + dims(width, height, width, p);
         if (!ctx.same(out_c.data(), out_v.data(), width, height, width, where) ||
             !ctx.intact(out_v, where))
             return false;
@@ -124,11 +132,10 @@ bool span3_center_trial(twin::context& ctx) {
         left = r.range(-12, 20);
         right = r.range(-4, 20);
     }
-    const std::string what = "bilateral_filter_span3_center margins " + std::to_string(t) + "," +
-                             std::to_string(b) + "," + std::to_string(left) + "," +
-                             std::to_string(right);
+    const std::string what = "margins " + std::to_string(t) + "," + std::to_string(b) + "," +
+                             std::to_string(left) + "," + std::to_string(right);
     return bilateral_pair(
-        ctx, what.c_str(), height, width,
+        ctx, what, height, width,
         [&](const uint8_t* s, uint8_t* d) {
             bilateral_filter_span3_center_c(s, d, height, width, t, b, left, right);
         },
@@ -141,7 +148,7 @@ bool span3_center_trial(twin::context& ctx) {
 bool span3_plane_trial(twin::context& ctx) {
     const int height = plane_size(ctx.r, 9, 80), width = plane_size(ctx.r, 16, 160);
     return bilateral_pair(
-        ctx, "bilateral_filter_span3", height, width,
+        ctx, "plane", height, width,
         [&](const uint8_t* s, uint8_t* d) {
             bilateral_filter_rect_c(s, d, height, width, 3, 3, range_weight_span3,
                                     {0, 0, height, width});
@@ -149,12 +156,12 @@ bool span3_plane_trial(twin::context& ctx) {
         [&](const uint8_t* s, uint8_t* d) { bilateral_filter_span3(s, d, height, width); });
 }
 
-// ---- bench: the sizes of a 1920x1088 frame ---------------------------------------------------
+// ---- bench: the sizes of a 1920x1088 frame
+// ---------------------------------------------------
 
 struct planes {
-    int width, height;
     std::vector<uint8_t> src, a, b;
-    planes(int w, int h) : width(w), height(h), src(w * h), a(w * h), b(w * h) {
+    planes(int w, int h) : src(w * h), a(w * h), b(w * h) {
         vtest::rng r(7);
         vtest::fill_plane(src.data(), w, h, w, vtest::pattern::random, r);
     }
@@ -163,64 +170,48 @@ struct planes {
 // One of the four 480-column bands of the luma plane.
 void box_filter_col_bench(twin::bench_timer& timer) {
     planes p(1920, 1088);
-    timer.pair(
-        "box_filter_col 480x1088 band of 1920", 480 * 1088,
-        [&] { box_filter_col_c(p.src.data(), p.a.data(), p.b.data(), 1920, 1088, 480); },
-        [&] { box_filter_col_neon(p.src.data(), p.a.data(), p.b.data(), 1920, 1088, 480); });
+    timer.pair("480x1088 band of 1920", 480 * 1088, [&](bool v) {
+        (v ? box_filter_col_neon : box_filter_col_c)(p.src.data(), p.a.data(), p.b.data(), 1920,
+                                                     1088, 480);
+    });
 }
 
 // A 1440-wide frame: bands of 360 columns, 11 vector blocks and an 8-column scalar tail.
 void box_filter_run_job_bench(twin::bench_timer& timer) {
     planes p(1440, 1088);
-    box_filter_job job{};
-    job.stride = 1440;
-    job.height = 1088;
-    job.width = 360;
-    job.source = p.src.data();
-    job.low = p.a.data();
-    job.high = p.b.data();
-    timer.pair(
-        "box_filter_run_job 360x1088 band of 1440", 360 * 1088,
-        [&] {
-            for (int x = 0; x < 360; ++x)
-                box_filter_column_c(p.src.data() + x, p.a.data() + x, p.b.data() + x, 1440, 1088);
-        },
-        [&] { box_filter_run_job(&job); });
+    box_filter_job job = job_of(p.src.data(), p.a.data(), p.b.data(), 1440, 1088, 360);
+    timer.pair("360x1088 band of 1440", 360 * 1088, [&](bool v) {
+        if (v)
+            box_filter_run_job(&job);
+        for (int x = 0; x < 360 && !v; ++x)
+            box_filter_column_c(p.src.data() + x, p.a.data() + x, p.b.data() + x, 1440, 1088);
+    });
 }
 
 void span3_center_bench(twin::bench_timer& timer) {
     planes p(120, 68);
-    const int m = 120 - ((120 - 6) & ~7);
-    timer.pair(
-        "bilateral_filter_span3_center 120x68", 120 * 68,
-        [&] {
-            bilateral_filter_span3_center_c(p.src.data(), p.a.data(), 68, 120, 3, 3, m / 2,
-                                            m - m / 2);
-        },
-        [&] {
-            bilateral_filter_span3_center_neon(p.src.data(), p.a.data(), 68, 120, 3, 3, m / 2,
-                                               m - m / 2);
-        });
+    timer.pair("120x68", 120 * 68, [&](bool v) {
+        (v ? bilateral_filter_span3_center_neon : bilateral_filter_span3_center_c)(
+            p.src.data(), p.a.data(), 68, 120, 3, 3, 4, 4);  // the margins of width 120
+    });
 }
 
 // Whole planes: the scalar side is the same split with the scalar centre.
 void span3_plane_bench(twin::bench_timer& timer) {
     planes p(120, 68);
-    timer.pair(
-        "bilateral_filter_span3 120x68", 120 * 68,
-        [&] {
-            bilateral_filter_span3_with(p.src.data(), p.a.data(), 68, 120,
-                                        bilateral_filter_span3_center_c);
-        },
-        [&] { bilateral_filter_span3(p.src.data(), p.a.data(), 68, 120); });
+    timer.pair("120x68", 120 * 68, [&](bool v) {
+        bilateral_filter_span3_with(
+            p.src.data(), p.a.data(), 68, 120,
+            v ? bilateral_filter_span3_center_neon : bilateral_filter_span3_center_c);
+    });
 }
 
-const twin::registrar box_col_reg({"box_filter_col", box_filter_col_trial, box_filter_col_bench});
-const twin::registrar box_job_reg({"box_filter_run_job", box_filter_run_job_trial,
-                                   box_filter_run_job_bench});
-const twin::registrar centre_reg({"bilateral_filter_span3_center", span3_center_trial,
-                                  span3_center_bench});
-const twin::registrar plane_reg({"bilateral_filter_span3_plane", span3_plane_trial,
-                                 span3_plane_bench});
+const twin::twin_case kCases[] = {
+    {"box_filter_col", box_filter_col_trial, box_filter_col_bench},
+    {"box_filter_run_job", box_filter_run_job_trial, box_filter_run_job_bench},
+    {"bilateral_filter_span3_center", span3_center_trial, span3_center_bench},
+    {"bilateral_filter_span3_plane", span3_plane_trial, span3_plane_bench},
+};
+const twin::registrar reg(kCases);
 
 }  // namespace

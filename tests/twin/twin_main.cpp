@@ -20,7 +20,7 @@ std::vector<twin_case>& registry() {
 
 }  // namespace
 
-registrar::registrar(const twin_case& c) {
+void registrar::add(const twin_case& c) {
     registry().push_back(c);
 }
 
@@ -57,8 +57,8 @@ void bench_timer::pair(const std::string& label, double bytes, const std::functi
     };
     const double c = best_ns(scalar);
     const double v = best_ns(vector);
-    printf("%-48s scalar %9.1f MB/s  vector %9.1f MB/s  speed-up %5.2fx\n", label.c_str(),
-           bytes / c * 1e3, bytes / v * 1e3, c / v);
+    printf("%-64s scalar %9.1f MB/s  vector %9.1f MB/s  speed-up %5.2fx\n",
+           (name + " " + label).c_str(), bytes / c * 1e3, bytes / v * 1e3, c / v);
     fflush(stdout);
 }
 
@@ -96,8 +96,10 @@ int main(int argc, char** argv) {
     if (bench) {
         twin::bench_timer timer;
         for (const auto& c : cases)
-            if (strstr(c.name, filter) && c.bench)
+            if (strstr(c.name, filter) && c.bench) {
+                timer.name = c.name;
                 c.bench(timer);
+            }
         return 0;
     }
 

@@ -3,6 +3,8 @@
 // sweep of the blend divisor over every signed 16-bit value.
 #include <string.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,51 +16,55 @@
 namespace {
 
 using vtest::guarded;
-using vtest::pattern;
 
 // Fill value of output buffers, so that a write outside the expected area shows as a
 // difference from the scalar twin, which leaves it alone.
 constexpr uint8_t kUnwritten = 0x5A;
 
-// 1080p geometry for the bench functions: width, luma rows (aligned to 16) and block planes.
+// 1080p geometry for the bench functions: width and luma rows (aligned to 16).
 constexpr int kBenchW = 1920;
 constexpr int kBenchH = 1088;
 
-pattern any_pattern(vtest::rng& r) {
-    return vtest::all_patterns[r.range(0, 8)];
-}
-
-// A guarded buffer of at least one byte (a zero-sized plane still gets a valid pointer).
-size_t at_least_one(size_t n) {
-    return n > 0 ? n : 1;
-}
-
-void fill(guarded& g, int width, int height, int stride, pattern p, vtest::rng& r) {
-    memset(g.data(), 0, g.size());
-    vtest::fill_plane(g.data(), width, height, stride, p, r);
-}
-
-void fill_random(guarded& g, vtest::rng& r) {
-    fill(g, static_cast<int>(g.size()), 1, static_cast<int>(g.size()), any_pattern(r), r);
-}
-
-std::string dims(const char* what, int width, int height) {
-    return std::string(what) + " " + std::to_string(width) + "x" + std::to_string(height);
-}
-
-// Two output buffers of the same size, both prefilled, for the scalar and the vector run.
-struct out_pair {
-    guarded c, v;
-    explicit out_pair(size_t n) : c(at_least_one(n)), v(at_least_one(n)) {
-        memset(c.data(), kUnwritten, c.size());
-        memset(v.data(), kUnwritten, v.size());
+// A guarded width x height input plane (at least one byte) in a random test pattern.
+struct input : guarded {
+    input(int width, int height, vtest::rng& r)
+        : guarded(width > 0 && height > 0 ? static_cast<size_t>(width) * height : 1),
+          pattern(vtest::all_patterns[r.range(0, 8)]) {
+        memset(data(), 0, size());
+        vtest::fill_plane(data(), width, height, width, pattern, r);
     }
-    bool check(twin::context& ctx, const std::string& what) {
-        return ctx.same(c.data(), v.data(), static_cast<int>(c.size()), 1,
-                        static_cast<int>(c.size()), what) &&
-               ctx.intact(v, what);
-    }
+    vtest::pattern pattern;
 };
+
+std::string dims(int width, int height, const input& in) {
+    return std::to_string(width) + "x" + std::to_string(height) + " " +
+           vtest::pattern_name(in.pattern);
+}
+
+// Runs call(false, outputs) for the scalar twin and call(true, outputs) for the vector kernel,
+// each into its own guarded outputs of the given sizes, prefilled with kUnwritten, and
+// compares them byte for byte together with the guard in front of each vector output.
+template <typename Call>
+bool twins(twin::context& ctx, const std::string& what, const std::vector<size_t>& sizes,
+           Call call) {
+    std::vector<std::unique_ptr<guarded>> out[2];
+    std::vector<uint8_t*> ptr[2];
+    for (int v = 0; v < 2; ++v) {
+        for (size_t n : sizes) {
+            out[v].emplace_back(new guarded(n > 0 ? n : 1));
+            memset(out[v].back()->data(), kUnwritten, out[v].back()->size());
+            ptr[v].push_back(out[v].back()->data());
+        }
+        call(v == 1, ptr[v].data());
+    }
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        const int n = static_cast<int>(out[0][i]->size());
+        const std::string where = what + " output " + std::to_string(i);
+        if (!ctx.same(ptr[0][i], ptr[1][i], n, 1, n, where) || !ctx.intact(*out[1][i], where))
+            return false;
+    }
+    return true;
+}
 
 // ---- Deinterleave -------------------------------------------------------------------------
 
@@ -69,29 +75,28 @@ struct strip {
 };
 
 strip random_strip(vtest::rng& r) {
-    strip s;
-    s.width = 16 * r.range(1, 90);
-    s.height = r.range(0, 4) == 0 ? r.range(1, 40) : r.range(1, 200);
-    s.width_bound = s.width & ~127;
-    s.height_bound = s.height & ~15;
-    return s;
+    const int width = 16 * r.range(1, 90);
+    const int height = r.range(0, 4) == 0 ? r.range(1, 40) : r.range(1, 200);
+    return {width, height, width & ~127, height & ~15};
 }
 
 bool deinterleave_yuv420_trial(twin::context& ctx) {
     const strip s = random_strip(ctx.r);
-    const pattern p = any_pattern(ctx.r);
     // VU plane of height / 2 rows; the kernel reads rows 0, 8, ... below height_bound / 2.
-    guarded vu(at_least_one(static_cast<size_t>(s.height / 2) * s.width));
-    fill(vu, s.width, s.height / 2, s.width, p, ctx.r);
+    const input vu(s.width, s.height / 2, ctx.r);
     const size_t blocks = static_cast<size_t>(s.height_bound / 16) * (s.width / 16);
-    out_pair first(blocks), second(blocks);
-    deinterleave_yuv420_uv_downsample_c(first.c.data(), second.c.data(), vu.data(), s.width_bound,
-                                        s.height_bound, s.width);
-    deinterleave_yuv420_uv_downsample_neon(first.v.data(), second.v.data(), vu.data(),
-                                           s.width_bound, s.height_bound, s.width);
-    const std::string what =
-        dims("deinterleave_yuv420", s.width, s.height) + " " + vtest::pattern_name(p);
-    return first.check(ctx, what + " first_out") && second.check(ctx, what + " second_out");
+    return twins(ctx, dims(s.width, s.height, vu), {blocks, blocks}, [&](bool v, uint8_t** o) {
+        (v ? deinterleave_yuv420_uv_downsample_neon : deinterleave_yuv420_uv_downsample_c)(
+            o[0], o[1], vu.data(), s.width_bound, s.height_bound, s.width);
+    });
+}
+
+void deinterleave_yuv420_bench(twin::bench_timer& timer) {
+    std::vector<uint8_t> vu(kBenchW * kBenchH / 2, 77), out(kBenchW * kBenchH / 128);
+    timer.pair("1080p (VU plane)", vu.size(), [&](bool v) {
+        (v ? deinterleave_yuv420_uv_downsample_neon : deinterleave_yuv420_uv_downsample_c)(
+            out.data(), out.data() + out.size() / 2, vu.data(), kBenchW, kBenchH, kBenchW);
+    });
 }
 
 using deinterleave422_fn = void (*)(uint8_t*, uint8_t*, uint8_t*, const uint8_t*, int32_t, int32_t,
@@ -99,219 +104,96 @@ using deinterleave422_fn = void (*)(uint8_t*, uint8_t*, uint8_t*, const uint8_t*
 
 // Both 4:2:2 kernels; one trial in four gives a height_bound that is not a multiple of 16,
 // with planes that hold the whole last band the kernels then run.
-bool deinterleave_422_trial(twin::context& ctx, const char* name, deinterleave422_fn scalar,
-                            deinterleave422_fn vector) {
+template <deinterleave422_fn Scalar, deinterleave422_fn Vector>
+bool deinterleave_422_trial(twin::context& ctx) {
     strip s = random_strip(ctx.r);
     if (ctx.r.range(0, 3) == 0)
         s.height_bound = s.height;
-    const int rows = (s.height_bound + 15) & ~15;
-    const int plane_rows = rows > s.height ? rows : s.height;
-    const pattern p = any_pattern(ctx.r);
-    guarded packed(at_least_one(static_cast<size_t>(plane_rows) * 2 * s.width));
-    fill(packed, 2 * s.width, plane_rows, 2 * s.width, p, ctx.r);
-    out_pair y(static_cast<size_t>(plane_rows) * s.width);
-    const size_t blocks = static_cast<size_t>(rows / 16) * (s.width / 16);
-    out_pair first(blocks), second(blocks);
-    scalar(y.c.data(), first.c.data(), second.c.data(), packed.data(), s.width, s.height_bound,
-           s.width_bound);
-    vector(y.v.data(), first.v.data(), second.v.data(), packed.data(), s.width, s.height_bound,
-           s.width_bound);
-    const std::string what = dims(name, s.width, s.height) + " height_bound " +
-                             std::to_string(s.height_bound) + " " + vtest::pattern_name(p);
-    return y.check(ctx, what + " y_out") && first.check(ctx, what + " first_out") &&
-           second.check(ctx, what + " second_out");
-}
-
-bool deinterleave_yuv422_trial(twin::context& ctx) {
-    return deinterleave_422_trial(ctx, "deinterleave_yuv422", deinterleave_yuv422_uv_downsample_c,
-                                  deinterleave_yuv422_uv_downsample_neon);
-}
-
-bool deinterleave_uv422_trial(twin::context& ctx) {
-    return deinterleave_422_trial(ctx, "deinterleave_uv422", deinterleave_uv422_uv_downsample_c,
-                                  deinterleave_uv422_uv_downsample_neon);
-}
-
-void deinterleave_yuv420_bench(twin::bench_timer& timer) {
-    std::vector<uint8_t> vu(kBenchW * kBenchH / 2, 77), first(kBenchW * kBenchH / 256),
-        second(first.size());
-    timer.pair(
-        "deinterleave_yuv420 1080p (VU plane)", vu.size(),
-        [&] {
-            deinterleave_yuv420_uv_downsample_c(first.data(), second.data(), vu.data(), kBenchW,
-                                                kBenchH, kBenchW);
-        },
-        [&] {
-            deinterleave_yuv420_uv_downsample_neon(first.data(), second.data(), vu.data(), kBenchW,
-                                                   kBenchH, kBenchW);
+    const int bands = (s.height_bound + 15) / 16;
+    const int rows = std::max(16 * bands, s.height);
+    const input packed(2 * s.width, rows, ctx.r);
+    const size_t blocks = static_cast<size_t>(bands) * (s.width / 16);
+    return twins(
+        ctx, dims(s.width, s.height, packed) + " height_bound " + std::to_string(s.height_bound),
+        {static_cast<size_t>(rows) * s.width, blocks, blocks}, [&](bool v, uint8_t** o) {
+            (v ? Vector : Scalar)(o[0], o[1], o[2], packed.data(), s.width, s.height_bound,
+                                  s.width_bound);
         });
 }
 
-void deinterleave_422_bench(twin::bench_timer& timer, const char* label, deinterleave422_fn scalar,
-                            deinterleave422_fn vector) {
+template <deinterleave422_fn Scalar, deinterleave422_fn Vector>
+void deinterleave_422_bench(twin::bench_timer& timer) {
     std::vector<uint8_t> packed(2 * kBenchW * kBenchH, 77), y(kBenchW * kBenchH),
-        first(kBenchW * kBenchH / 256), second(first.size());
-    timer.pair(
-        label, packed.size(),
-        [&] {
-            scalar(y.data(), first.data(), second.data(), packed.data(), kBenchW, kBenchH, kBenchW);
-        },
-        [&] {
-            vector(y.data(), first.data(), second.data(), packed.data(), kBenchW, kBenchH, kBenchW);
-        });
-}
-
-void deinterleave_yuv422_bench(twin::bench_timer& timer) {
-    deinterleave_422_bench(timer, "deinterleave_yuv422 1080p (packed frame)",
-                           deinterleave_yuv422_uv_downsample_c,
-                           deinterleave_yuv422_uv_downsample_neon);
-}
-
-void deinterleave_uv422_bench(twin::bench_timer& timer) {
-    deinterleave_422_bench(timer, "deinterleave_uv422 1080p (packed frame)",
-                           deinterleave_uv422_uv_downsample_c,
-                           deinterleave_uv422_uv_downsample_neon);
+        out(kBenchW * kBenchH / 128);
+    timer.pair("1080p (packed frame)", packed.size(), [&](bool v) {
+        (v ? Vector : Scalar)(y.data(), out.data(), out.data() + out.size() / 2, packed.data(),
+                              kBenchW, kBenchH, kBenchW);
+    });
 }
 
 // ---- Upsampling -------------------------------------------------------------------------
 
-// Block-plane sizes: mostly odd widths, small planes often, down to 1 x 1.
-void random_block_plane(vtest::rng& r, int& w, int& h) {
-    w = r.range(0, 2) == 0 ? r.range(1, 6) : r.range(1, 130);
-    if (r.range(0, 2) != 0)
+upsample_args record(uint8_t* dst, const uint8_t* src, int w, int h) {
+    upsample_args rec{};
+    rec.width = w;
+    rec.height = h;
+    rec.chroma_src = rec.luma_src = src;
+    rec.chroma_dst = rec.luma_dst = dst;
+    return rec;
+}
+
+// The cores, the wrappers (scalar edge block, then the core; the scalar side runs the same
+// wrapper with the scalar core) and the luma upsampler, all from a w x h block plane.
+struct upsampler {
+    size_t out_per_sample;
+    int bench_w;  // blocks across; odd for the wrappers, so that the edge block is timed too
+    void (*run)(bool vector, uint8_t* dst, const uint8_t* src, int w, int h);
+};
+
+const upsampler kUpsamplers[] = {
+    {64, 120,
+     [](bool v, uint8_t* d, const uint8_t* s, int w, int h) {
+         (v ? upsample_uv420_neon : upsample_uv420_c)(d, s, w, h, w & ~1);
+     }},
+    {128, 120,
+     [](bool v, uint8_t* d, const uint8_t* s, int w, int h) {
+         (v ? upsample_uv_neon : upsample_uv_c)(d, s, w, h, w & ~1);
+     }},
+    {64, 121,
+     [](bool v, uint8_t* d, const uint8_t* s, int w, int h) {
+         upsample_args rec = record(d, s, w, h);
+         v ? (void)upsample_uv420(&rec) : upsample_uv420_with(&rec, upsample_uv420_c);
+     }},
+    {128, 121,
+     [](bool v, uint8_t* d, const uint8_t* s, int w, int h) {
+         upsample_args rec = record(d, s, w, h);
+         v ? (void)upsample_uv422(&rec) : upsample_uv422_with(&rec, upsample_uv_c);
+     }},
+    {256, 120,
+     [](bool v, uint8_t* d, const uint8_t* s, int w, int h) {
+         upsample_args rec = record(d, s, w, h);
+         v ? (void)upsample_y(&rec) : upsample_y_c(d, s, w, h);
+     }},
+};
+
+// Block planes of mostly odd widths, small ones often, down to 1 x 1 and 0 rows.
+template <int I>
+bool upsample_trial(twin::context& ctx) {
+    int w = ctx.r.range(0, 2) == 0 ? ctx.r.range(1, 6) : ctx.r.range(1, 130);
+    if (ctx.r.range(0, 2) != 0)
         w |= 1;
-    h = r.range(0, 3) == 0 ? r.range(0, 3) : r.range(1, 70);
+    const int h = ctx.r.range(0, 3) == 0 ? ctx.r.range(0, 3) : ctx.r.range(1, 70);
+    const input src(w, h, ctx.r);
+    return twins(ctx, dims(w, h, src), {kUpsamplers[I].out_per_sample * w * h},
+                 [&](bool v, uint8_t** o) { kUpsamplers[I].run(v, o[0], src.data(), w, h); });
 }
 
-using chroma_core = void (*)(uint8_t*, const uint8_t*, int32_t, int32_t, int32_t);
-
-bool upsample_core_trial(twin::context& ctx, const char* name, int vf, chroma_core scalar,
-                         chroma_core vector) {
-    int w, h;
-    random_block_plane(ctx.r, w, h);
-    const pattern p = any_pattern(ctx.r);
-    guarded src(at_least_one(static_cast<size_t>(w) * h));
-    fill(src, w, h, w, p, ctx.r);
-    out_pair dst(static_cast<size_t>(8) * w * vf * h);
-    const int cols = w & ~1;
-    scalar(dst.c.data(), src.data(), w, h, cols);
-    vector(dst.v.data(), src.data(), w, h, cols);
-    return dst.check(ctx, dims(name, w, h) + " " + vtest::pattern_name(p));
-}
-
-bool upsample_uv420_core_trial(twin::context& ctx) {
-    return upsample_core_trial(ctx, "upsample_uv420_neon", 8, upsample_uv420_c,
-                               upsample_uv420_neon);
-}
-
-bool upsample_uv_core_trial(twin::context& ctx) {
-    return upsample_core_trial(ctx, "upsample_uv_neon", 16, upsample_uv_c, upsample_uv_neon);
-}
-
-using chroma_wrapper = void* (*)(void*);
-using chroma_wrapper_with = void (*)(const upsample_args*, upsample_core);
-
-// The whole wrapper (scalar edge block, then the core) with the vector core against the same
-// wrapper with the scalar core.
-bool upsample_wrapper_trial(twin::context& ctx, const char* name, int vf, chroma_wrapper vector,
-                            chroma_wrapper_with with, upsample_core scalar_core) {
-    int w, h;
-    random_block_plane(ctx.r, w, h);
-    const pattern p = any_pattern(ctx.r);
-    guarded src(at_least_one(static_cast<size_t>(w) * h));
-    fill(src, w, h, w, p, ctx.r);
-    out_pair dst(static_cast<size_t>(8) * w * vf * h);
-    upsample_args rec{};
-    rec.width = w;
-    rec.height = h;
-    rec.chroma_src = src.data();
-    rec.chroma_dst = dst.c.data();
-    with(&rec, scalar_core);
-    rec.chroma_dst = dst.v.data();
-    if (vector(&rec) != &rec)
-        return ctx.fail(std::string(name) + " did not return its record");
-    return dst.check(ctx, dims(name, w, h) + " " + vtest::pattern_name(p));
-}
-
-bool upsample_uv420_trial(twin::context& ctx) {
-    return upsample_wrapper_trial(ctx, "upsample_uv420", 8, upsample_uv420, upsample_uv420_with,
-                                  upsample_uv420_c);
-}
-
-bool upsample_uv422_trial(twin::context& ctx) {
-    return upsample_wrapper_trial(ctx, "upsample_uv422", 16, upsample_uv422, upsample_uv422_with,
-                                  upsample_uv_c);
-}
-
-bool upsample_y_trial(twin::context& ctx) {
-    int w, h;
-    random_block_plane(ctx.r, w, h);
-    const pattern p = any_pattern(ctx.r);
-    guarded src(at_least_one(static_cast<size_t>(w) * h));
-    fill(src, w, h, w, p, ctx.r);
-    out_pair dst(static_cast<size_t>(256) * w * h);
-    upsample_y_c(dst.c.data(), src.data(), w, h);
-    upsample_args rec{};
-    rec.width = w;
-    rec.height = h;
-    rec.luma_src = src.data();
-    rec.luma_dst = dst.v.data();
-    if (upsample_y(&rec) != &rec)
-        return ctx.fail("upsample_y did not return its record");
-    return dst.check(ctx, dims("upsample_y_neon", w, h) + " " + vtest::pattern_name(p));
-}
-
-void upsample_chroma_bench(twin::bench_timer& timer, const char* label, int vf, chroma_core scalar,
-                           chroma_core vector) {
-    const int w = kBenchW / 16, h = kBenchH / 16;
-    std::vector<uint8_t> src(w * h, 90), dst(static_cast<size_t>(8) * w * vf * h);
-    timer.pair(
-        label, dst.size(), [&] { scalar(dst.data(), src.data(), w, h, w); },
-        [&] { vector(dst.data(), src.data(), w, h, w); });
-}
-
-void upsample_uv420_bench(twin::bench_timer& timer) {
-    upsample_chroma_bench(timer, "upsample_uv420_neon 1080p (output plane)", 8, upsample_uv420_c,
-                          upsample_uv420_neon);
-}
-
-void upsample_uv_bench(twin::bench_timer& timer) {
-    upsample_chroma_bench(timer, "upsample_uv_neon 1080p (output plane)", 16, upsample_uv_c,
-                          upsample_uv_neon);
-}
-
-void upsample_y_bench(twin::bench_timer& timer) {
-    const int w = kBenchW / 16, h = kBenchH / 16;
-    std::vector<uint8_t> src(w * h, 90), dst(static_cast<size_t>(kBenchW) * kBenchH);
-    timer.pair(
-        "upsample_y_neon 1080p (output plane)", dst.size(),
-        [&] { upsample_y_c(dst.data(), src.data(), w, h); },
-        [&] { upsample_y_neon(dst.data(), src.data(), w, h); });
-}
-
-// Odd-width wrappers time the edge block as well: 1080p is 120 blocks wide, so 1928 (121).
-void upsample_wrapper_bench(twin::bench_timer& timer, const char* label, int vf,
-                            chroma_wrapper vector, chroma_wrapper_with with,
-                            upsample_core scalar_core) {
-    const int w = kBenchW / 16 + 1, h = kBenchH / 16;
-    std::vector<uint8_t> src(w * h, 90), dst(static_cast<size_t>(8) * w * vf * h);
-    upsample_args rec{};
-    rec.width = w;
-    rec.height = h;
-    rec.chroma_src = src.data();
-    rec.chroma_dst = dst.data();
-    timer.pair(
-        label, dst.size(), [&] { with(&rec, scalar_core); }, [&] { vector(&rec); });
-}
-
-void upsample_uv420_bench_wrapper(twin::bench_timer& timer) {
-    upsample_wrapper_bench(timer, "upsample_uv420 121 blocks wide (output plane)", 8,
-                           upsample_uv420, upsample_uv420_with, upsample_uv420_c);
-}
-
-void upsample_uv422_bench_wrapper(twin::bench_timer& timer) {
-    upsample_wrapper_bench(timer, "upsample_uv422 121 blocks wide (output plane)", 16,
-                           upsample_uv422, upsample_uv422_with, upsample_uv_c);
+template <int I>
+void upsample_bench(twin::bench_timer& timer) {
+    const int w = kUpsamplers[I].bench_w, h = kBenchH / 16;
+    std::vector<uint8_t> src(w * h, 90), dst(kUpsamplers[I].out_per_sample * w * h);
+    timer.pair(std::to_string(w) + " blocks by 68 (output plane)", dst.size(),
+               [&](bool v) { kUpsamplers[I].run(v, dst.data(), src.data(), w, h); });
 }
 
 // ---- Restore ------------------------------------------------------------------------------
@@ -319,144 +201,101 @@ void upsample_uv422_bench_wrapper(twin::bench_timer& timer) {
 // Saturation values: the two scenario values, zero, the wrapping 256, and anything else a
 // caller could pass, including values outside 16 bits (only their low 16 bits count).
 int32_t random_saturation(vtest::rng& r) {
-    switch (r.range(0, 7)) {
-        case 0:
-            return 12;
-        case 1:
-            return 4;
-        case 2:
-            return 0;
-        case 3:
-            return 256;
-        case 4:
-            return r.range(-64, 64);
-        case 5:
-            return r.range(-32768, 32767);
-        case 6:
-            return static_cast<int32_t>(r.next());
-        default:
-            return r.range(1, 600);
-    }
+    const int32_t fixed[] = {12, 4, 0, 256};
+    const int k = r.range(0, 7);
+    return k < 4    ? fixed[k]
+           : k == 4 ? r.range(-64, 64)
+           : k == 5 ? r.range(-32768, 32767)
+           : k == 6 ? static_cast<int32_t>(r.next())
+                    : r.range(1, 600);
 }
 
-// Upsampled chroma: either an independent pattern or the input chroma plus small noise, so
-// that pair distances land around the saturation value as they do in real frames.
-// `pairs` values are taken from chroma[0], chroma[step], ...
-void fill_upsampled(guarded& up, size_t pairs, const uint8_t* chroma, int chroma_step,
-                    vtest::rng& r) {
-    if (pairs == 0 || r.range(0, 1) == 0) {
-        fill_random(up, r);
-        return;
+// Upsampled chroma of `count` bytes: an independent pattern, or the input chroma (taken from
+// chroma[0], chroma[step], ...) plus small noise, so that pair distances land around the
+// saturation value as they do in real frames.
+struct upsampled : input {
+    upsampled(size_t count, const uint8_t* chroma, int step, vtest::rng& r)
+        : input(static_cast<int>(count), 1, r) {
+        if (count == 0 || r.range(0, 1) == 0)
+            return;
+        const int spread = r.range(0, 12);
+        for (size_t i = 0; i < count; ++i)
+            data()[i] = static_cast<uint8_t>(
+                std::min(255, std::max(0, chroma[i * step] + r.range(-spread, spread))));
     }
-    const int spread = r.range(0, 12);
-    for (size_t i = 0; i < pairs; ++i) {
-        const int v = chroma[i * chroma_step] + r.range(-spread, spread);
-        up.data()[i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-    }
+};
+
+std::string restore_what(int width, int height, int32_t S, bool in_place) {
+    return std::to_string(width) + "x" + std::to_string(height) + " S " + std::to_string(S) +
+           (in_place ? " in place" : "");
 }
 
-std::string restore_what(const char* name, int width, int height, int32_t S) {
-    return dims(name, width, height) + " S " + std::to_string(S);
-}
-
+// Half of the trials run the vector kernel in place, as the pipeline calls it, the other half
+// into separate outputs, so that reading an output instead of an input shows either way.
 bool restore_yuv420_trial(twin::context& ctx) {
     vtest::rng& r = ctx.r;
-    const int width = 16 * r.range(1, 60);
-    const int height = r.range(1, 80);
+    const int width = 16 * r.range(1, 60), height = r.range(1, 80);
     const int32_t S = random_saturation(r);
     const int scenario = r.range(0, 3) == 3 ? r.range(-5, 5) : r.range(0, 1);
+    const bool in_place = r.range(0, 1);
     const size_t luma = static_cast<size_t>(width) * height;
     const size_t vu_bytes = static_cast<size_t>(height / 2) * width;
-    const size_t up_bytes = vu_bytes / 2;
-    guarded y_in(luma), a(luma), b(luma), vu_in(at_least_one(vu_bytes));
-    guarded up1(at_least_one(up_bytes)), up2(at_least_one(up_bytes));
-    for (guarded* g : {&y_in, &a, &b, &vu_in})
-        fill_random(*g, r);
-    fill_upsampled(up1, up_bytes, vu_in.data(), 2, r);
-    fill_upsampled(up2, up_bytes, vu_in.data() + 1, 2, r);
-    out_pair y_out(luma), vu_out(vu_bytes);
-    restore_interleave_yuv420_c(y_in.data(), vu_in.data(), a.data(), b.data(), up1.data(),
-                                up2.data(), width, height, S, y_out.c.data(), vu_out.c.data(),
-                                scenario);
-    restore_interleave_yuv420_neon(y_in.data(), vu_in.data(), a.data(), b.data(), up1.data(),
-                                   up2.data(), width, height, S, y_out.v.data(), vu_out.v.data(),
-                                   scenario);
-    const std::string what = restore_what("restore_interleave_yuv420", width, height, S) +
-                             " scenario " + std::to_string(scenario);
-    if (!y_out.check(ctx, what + " y_out") || !vu_out.check(ctx, what + " vu_out"))
-        return false;
-    // In place, as the pipeline calls it: the input planes become the output.
-    guarded y_io(luma), vu_io(at_least_one(vu_bytes));
-    memcpy(y_io.data(), y_in.data(), luma);
-    memcpy(vu_io.data(), vu_in.data(), vu_io.size());
-    restore_interleave_yuv420_neon(y_io.data(), vu_io.data(), a.data(), b.data(), up1.data(),
-                                   up2.data(), width, height, S, y_io.data(), vu_io.data(),
-                                   scenario);
-    return ctx.same(y_out.c.data(), y_io.data(), width, height, width, what + " in place y") &&
-           ctx.same(vu_out.c.data(), vu_io.data(), width, height / 2, width, what + " in place vu");
+    const input y(width, height, r), a(width, height, r), b(width, height, r),
+        vu(width, height / 2, r);
+    const upsampled up1(vu_bytes / 2, vu.data(), 2, r), up2(vu_bytes / 2, vu.data() + 1, 2, r);
+    return twins(ctx,
+                 restore_what(width, height, S, in_place) + " scenario " + std::to_string(scenario),
+                 {luma, vu_bytes}, [&](bool v, uint8_t** o) {
+                     const uint8_t* y_in = y.data();
+                     const uint8_t* vu_in = vu.data();
+                     if (v && in_place) {
+                         memcpy(o[0], y_in, luma);
+                         memcpy(o[1], vu_in, vu_bytes);
+                         y_in = o[0];
+                         vu_in = o[1];
+                     }
+                     (v ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
+                         y_in, vu_in, a.data(), b.data(), up1.data(), up2.data(), width, height, S,
+                         o[0], o[1], scenario);
+                 });
+}
+
+bool restore_uv420_trial(twin::context& ctx) {
+    vtest::rng& r = ctx.r;
+    const int width = 16 * r.range(1, 60), rows = r.range(1, 80);
+    const int32_t S = random_saturation(r);
+    const bool in_place = r.range(0, 1);
+    // 16 VU bytes per row for every 32 of width (rounded up).
+    const size_t vu_bytes = static_cast<size_t>(rows) * 16 * ((width + 31) / 32);
+    const input vu(static_cast<int>(vu_bytes), 1, r);
+    const upsampled up1(vu_bytes / 2, vu.data(), 2, r), up2(vu_bytes / 2, vu.data() + 1, 2, r);
+    return twins(ctx, restore_what(width, rows, S, in_place), {vu_bytes}, [&](bool v, uint8_t** o) {
+        const uint8_t* in = vu.data();
+        if (v && in_place) {
+            memcpy(o[0], in, vu_bytes);
+            in = o[0];
+        }
+        // The luma arguments are not read: null pointers prove it.
+        (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
+            nullptr, in, nullptr, nullptr, up1.data(), up2.data(), width, rows, S, o[0]);
+    });
 }
 
 using restore422_fn = void (*)(uint8_t*, const uint8_t*, const uint8_t*, const uint8_t*,
                                const uint8_t*, int32_t, int32_t, int32_t);
 
-bool restore_422_trial(twin::context& ctx, const char* name, restore422_fn scalar,
-                       restore422_fn vector) {
+template <restore422_fn Scalar, restore422_fn Vector>
+bool restore_422_trial(twin::context& ctx) {
     vtest::rng& r = ctx.r;
-    const int width = 16 * r.range(1, 60);
-    const int height = r.range(1, 60);
+    const int width = 16 * r.range(1, 60), height = r.range(1, 60);
     const int32_t S = random_saturation(r);
     const size_t luma = static_cast<size_t>(width) * height;
-    guarded frame(2 * luma), a(luma), b(luma), up1(luma / 2), up2(luma / 2);
-    for (guarded* g : {&frame, &a, &b})
-        fill_random(*g, r);
-    fill_upsampled(up1, luma / 2, frame.data() + 1, 4, r);
-    fill_upsampled(up2, luma / 2, frame.data() + 3, 4, r);
-    guarded frame_c(2 * luma), frame_v(2 * luma);
-    memcpy(frame_c.data(), frame.data(), 2 * luma);
-    memcpy(frame_v.data(), frame.data(), 2 * luma);
-    scalar(frame_c.data(), a.data(), b.data(), up1.data(), up2.data(), width, height, S);
-    vector(frame_v.data(), a.data(), b.data(), up1.data(), up2.data(), width, height, S);
-    const std::string what = restore_what(name, width, height, S);
-    return ctx.same(frame_c.data(), frame_v.data(), 2 * width, height, 2 * width, what) &&
-           ctx.intact(frame_v, what);
-}
-
-bool restore_yuv422_trial(twin::context& ctx) {
-    return restore_422_trial(ctx, "restore_interleave_yuv422", restore_interleave_yuv422_c,
-                             restore_interleave_yuv422_neon);
-}
-
-bool restore_uv422_trial(twin::context& ctx) {
-    return restore_422_trial(ctx, "restore_interleave_uv422", restore_interleave_uv422_c,
-                             restore_interleave_uv422_neon);
-}
-
-bool restore_uv420_trial(twin::context& ctx) {
-    vtest::rng& r = ctx.r;
-    const int width = 16 * r.range(1, 60);
-    const int rows = r.range(1, 80);
-    const int32_t S = random_saturation(r);
-    // 16 VU bytes per row for every 32 of width (rounded up).
-    const size_t vu_bytes = static_cast<size_t>(rows) * 16 * ((width + 31) / 32);
-    guarded vu_in(vu_bytes), up1(vu_bytes / 2), up2(vu_bytes / 2);
-    fill_random(vu_in, r);
-    fill_upsampled(up1, vu_bytes / 2, vu_in.data(), 2, r);
-    fill_upsampled(up2, vu_bytes / 2, vu_in.data() + 1, 2, r);
-    out_pair vu_out(vu_bytes);
-    // The luma arguments are not read: null pointers prove it.
-    restore_interleave_uv420_c(nullptr, vu_in.data(), nullptr, nullptr, up1.data(), up2.data(),
-                               width, rows, S, vu_out.c.data());
-    restore_interleave_uv420_neon(nullptr, vu_in.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                  width, rows, S, vu_out.v.data());
-    const std::string what = restore_what("restore_interleave_uv420", width, rows, S);
-    if (!vu_out.check(ctx, what))
-        return false;
-    guarded vu_io(vu_bytes);
-    memcpy(vu_io.data(), vu_in.data(), vu_bytes);
-    restore_interleave_uv420_neon(nullptr, vu_io.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                  width, rows, S, vu_io.data());
-    return ctx.same(vu_out.c.data(), vu_io.data(), static_cast<int>(vu_bytes), 1,
-                    static_cast<int>(vu_bytes), what + " in place");
+    const input frame(2 * width, height, r), a(width, height, r), b(width, height, r);
+    const upsampled up1(luma / 2, frame.data() + 1, 4, r), up2(luma / 2, frame.data() + 3, 4, r);
+    return twins(ctx, restore_what(width, height, S, true), {2 * luma}, [&](bool v, uint8_t** o) {
+        memcpy(o[0], frame.data(), 2 * luma);
+        (v ? Vector : Scalar)(o[0], a.data(), b.data(), up1.data(), up2.data(), width, height, S);
+    });
 }
 
 // Every saturation value a kernel can be given, against every pair distance: the vector
@@ -471,19 +310,19 @@ bool restore_divide_sweep_trial(twin::context& ctx) {
     // one more random pair.
     constexpr int kPairs = 512;
     constexpr int kWidth = 2 * kPairs;
-    guarded vu(kWidth), up1(kPairs), up2(kPairs);
-    out_pair out(kWidth);
+    std::vector<uint8_t> vu(kWidth), up1(kPairs), up2(kPairs), out_c(kWidth), out_v(kWidth);
+    // One byte of a pair and its upsampled value d apart, either of them the larger.
+    auto put = [&](uint8_t& in, uint8_t& upsampled, int d) {
+        const int c = r.range(0, 255 - d);
+        const bool swap = r.range(0, 1);
+        in = static_cast<uint8_t>(swap ? c + d : c);
+        upsampled = static_cast<uint8_t>(swap ? c : c + d);
+    };
     for (int i = 0; i < kPairs; ++i) {
         const int sad = i < 511 ? i : r.range(0, 510);
         const int d1 = r.range(sad > 255 ? sad - 255 : 0, sad < 255 ? sad : 255);
-        const int d2 = sad - d1;
-        const int c1 = r.range(0, 255 - d1), c2 = r.range(0, 255 - d2);
-        // Either byte may be the larger one.
-        const bool swap1 = r.range(0, 1), swap2 = r.range(0, 1);
-        vu.data()[2 * i] = static_cast<uint8_t>(swap1 ? c1 + d1 : c1);
-        up1.data()[i] = static_cast<uint8_t>(swap1 ? c1 : c1 + d1);
-        vu.data()[2 * i + 1] = static_cast<uint8_t>(swap2 ? c2 + d2 : c2);
-        up2.data()[i] = static_cast<uint8_t>(swap2 ? c2 : c2 + d2);
+        put(vu[2 * i], up1[i], d1);
+        put(vu[2 * i + 1], up2[i], sad - d1);
     }
     // Numerators: the 511 a kernel can form for S, then -32768 and 64 random ones.
     constexpr int kNumerators = 576;
@@ -507,120 +346,100 @@ bool restore_divide_sweep_trial(twin::context& ctx) {
                                 ", got " + std::to_string(w_v[i]));
         }
         restore_interleave_uv420_c(nullptr, vu.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                   kWidth, 1, S, out.c.data());
+                                   kWidth, 1, S, out_c.data());
         restore_interleave_uv420_neon(nullptr, vu.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                      kWidth, 1, S, out.v.data());
-        if (memcmp(out.c.data(), out.v.data(), kWidth) != 0)
-            return out.check(ctx, "blend with S " + std::to_string(S));
+                                      kWidth, 1, S, out_v.data());
+        if (memcmp(out_c.data(), out_v.data(), kWidth) != 0)
+            return ctx.same(out_c.data(), out_v.data(), kWidth, 1, kWidth,
+                            "blend with S " + std::to_string(S));
     }
     swept = true;
     return true;
 }
 
+// 1080p planes for the restore benches, with luma components and chroma near each other.
+struct bench_planes {
+    static constexpr size_t luma = static_cast<size_t>(kBenchW) * kBenchH;
+    std::vector<uint8_t> y = std::vector<uint8_t>(2 * luma, 100),
+                         a = std::vector<uint8_t>(luma, 90), b = std::vector<uint8_t>(luma, 140),
+                         vu = std::vector<uint8_t>(luma, 120),
+                         up1 = std::vector<uint8_t>(luma / 2, 126),
+                         up2 = std::vector<uint8_t>(luma / 2, 131);
+};
+
 void restore_yuv420_bench(twin::bench_timer& timer) {
-    const size_t luma = static_cast<size_t>(kBenchW) * kBenchH;
-    std::vector<uint8_t> y(luma, 100), a(luma, 90), b(luma, 140), vu(luma / 2, 120),
-        up1(luma / 4, 126), up2(luma / 4, 131);
-    timer.pair(
-        "restore_interleave_yuv420 1080p (frame, in place)", luma * 3 / 2,
-        [&] {
-            restore_interleave_yuv420_c(y.data(), vu.data(), a.data(), b.data(), up1.data(),
-                                        up2.data(), kBenchW, kBenchH, 12, y.data(), vu.data(), 0);
-        },
-        [&] {
-            restore_interleave_yuv420_neon(y.data(), vu.data(), a.data(), b.data(), up1.data(),
-                                           up2.data(), kBenchW, kBenchH, 12, y.data(), vu.data(),
-                                           0);
-        });
+    bench_planes p;
+    timer.pair("1080p (frame, in place)", p.luma * 3 / 2, [&](bool v) {
+        (v ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
+            p.y.data(), p.vu.data(), p.a.data(), p.b.data(), p.up1.data(), p.up2.data(), kBenchW,
+            kBenchH, 12, p.y.data(), p.vu.data(), 0);
+    });
 }
 
 void restore_uv420_bench(twin::bench_timer& timer) {
-    const size_t luma = static_cast<size_t>(kBenchW) * kBenchH;
-    std::vector<uint8_t> vu(luma / 2, 120), up1(luma / 4, 126), up2(luma / 4, 131);
-    timer.pair(
-        "restore_interleave_uv420 1080p (VU plane)", vu.size(),
-        [&] {
-            restore_interleave_uv420_c(nullptr, vu.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                       kBenchW, kBenchH, 12, vu.data());
-        },
-        [&] {
-            restore_interleave_uv420_neon(nullptr, vu.data(), nullptr, nullptr, up1.data(),
-                                          up2.data(), kBenchW, kBenchH, 12, vu.data());
-        });
+    bench_planes p;
+    timer.pair("1080p (VU plane)", p.luma / 2, [&](bool v) {
+        (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
+            nullptr, p.vu.data(), nullptr, nullptr, p.up1.data(), p.up2.data(), kBenchW, kBenchH,
+            12, p.vu.data());
+    });
 }
 
-void restore_422_bench(twin::bench_timer& timer, const char* label, restore422_fn scalar,
-                       restore422_fn vector) {
-    const size_t luma = static_cast<size_t>(kBenchW) * kBenchH;
-    std::vector<uint8_t> frame(2 * luma, 110), a(luma, 90), b(luma, 140), up1(luma / 2, 126),
-        up2(luma / 2, 131);
-    timer.pair(
-        label, frame.size(),
-        [&] {
-            scalar(frame.data(), a.data(), b.data(), up1.data(), up2.data(), kBenchW, kBenchH, 12);
-        },
-        [&] {
-            vector(frame.data(), a.data(), b.data(), up1.data(), up2.data(), kBenchW, kBenchH, 12);
-        });
-}
-
-void restore_yuv422_bench(twin::bench_timer& timer) {
-    restore_422_bench(timer, "restore_interleave_yuv422 1080p (packed frame)",
-                      restore_interleave_yuv422_c, restore_interleave_yuv422_neon);
-}
-
-void restore_uv422_bench(twin::bench_timer& timer) {
-    restore_422_bench(timer, "restore_interleave_uv422 1080p (packed frame)",
-                      restore_interleave_uv422_c, restore_interleave_uv422_neon);
+template <restore422_fn Scalar, restore422_fn Vector>
+void restore_422_bench(twin::bench_timer& timer) {
+    bench_planes p;
+    timer.pair("1080p (packed frame)", 2 * p.luma, [&](bool v) {
+        (v ? Vector : Scalar)(p.y.data(), p.a.data(), p.b.data(), p.up1.data(), p.up2.data(),
+                              kBenchW, kBenchH, 12);
+    });
 }
 
 // The sweep's bench: the blend alone with the preview value S = 4, on chroma whose distances
 // from the upsampled plane vary from pair to pair.
 void restore_divide_bench(twin::bench_timer& timer) {
-    const size_t pairs = static_cast<size_t>(kBenchW) * kBenchH / 4;
-    std::vector<uint8_t> vu(2 * pairs), out(2 * pairs), up1(pairs), up2(pairs);
+    bench_planes p;
+    const size_t pairs = p.luma / 4;
     for (size_t i = 0; i < pairs; ++i) {
-        vu[2 * i] = static_cast<uint8_t>(i * 7);
-        vu[2 * i + 1] = static_cast<uint8_t>(i * 3);
-        up1[i] = static_cast<uint8_t>(i * 7 + (i >> 5) % 5);
-        up2[i] = static_cast<uint8_t>(i * 3 + (i >> 7) % 3);
+        p.vu[2 * i] = static_cast<uint8_t>(i * 7);
+        p.vu[2 * i + 1] = static_cast<uint8_t>(i * 3);
+        p.up1[i] = static_cast<uint8_t>(i * 7 + (i >> 5) % 5);
+        p.up2[i] = static_cast<uint8_t>(i * 3 + (i >> 7) % 3);
     }
-    timer.pair(
-        "restore blend, S 4, 1080p (VU plane)", vu.size(),
-        [&] {
-            restore_interleave_uv420_c(nullptr, vu.data(), nullptr, nullptr, up1.data(), up2.data(),
-                                       kBenchW, kBenchH, 4, out.data());
-        },
-        [&] {
-            restore_interleave_uv420_neon(nullptr, vu.data(), nullptr, nullptr, up1.data(),
-                                          up2.data(), kBenchW, kBenchH, 4, out.data());
-        });
+    timer.pair("S 4, 1080p (VU plane)", 2 * pairs, [&](bool v) {
+        (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
+            nullptr, p.vu.data(), nullptr, nullptr, p.up1.data(), p.up2.data(), kBenchW, kBenchH, 4,
+            p.y.data());
+    });
 }
 
-const twin::registrar reg_deint420({"deinterleave_yuv420_uv_downsample", deinterleave_yuv420_trial,
-                                    deinterleave_yuv420_bench});
-const twin::registrar reg_deint422({"deinterleave_yuv422_uv_downsample", deinterleave_yuv422_trial,
-                                    deinterleave_yuv422_bench});
-const twin::registrar reg_deintuv422({"deinterleave_uv422_uv_downsample", deinterleave_uv422_trial,
-                                      deinterleave_uv422_bench});
-const twin::registrar reg_up420_core({"upsample_uv420_neon", upsample_uv420_core_trial,
-                                      upsample_uv420_bench});
-const twin::registrar reg_up422_core({"upsample_uv_neon", upsample_uv_core_trial,
-                                      upsample_uv_bench});
-const twin::registrar reg_up420({"upsample_uv420", upsample_uv420_trial,
-                                 upsample_uv420_bench_wrapper});
-const twin::registrar reg_up422({"upsample_uv422", upsample_uv422_trial,
-                                 upsample_uv422_bench_wrapper});
-const twin::registrar reg_up_y({"upsample_y_neon", upsample_y_trial, upsample_y_bench});
-const twin::registrar reg_restore420({"restore_interleave_yuv420", restore_yuv420_trial,
-                                      restore_yuv420_bench});
-const twin::registrar reg_restore422({"restore_interleave_yuv422", restore_yuv422_trial,
-                                      restore_yuv422_bench});
-const twin::registrar reg_restore_uv420({"restore_interleave_uv420", restore_uv420_trial,
-                                         restore_uv420_bench});
-const twin::registrar reg_restore_uv422({"restore_interleave_uv422", restore_uv422_trial,
-                                         restore_uv422_bench});
-const twin::registrar reg_divide({"restore_blend_divide_sweep", restore_divide_sweep_trial,
-                                  restore_divide_bench});
+const twin::twin_case kCases[] = {
+    {"deinterleave_yuv420_uv_downsample", deinterleave_yuv420_trial, deinterleave_yuv420_bench},
+    {"deinterleave_yuv422_uv_downsample",
+     deinterleave_422_trial<deinterleave_yuv422_uv_downsample_c,
+                            deinterleave_yuv422_uv_downsample_neon>,
+     deinterleave_422_bench<deinterleave_yuv422_uv_downsample_c,
+                            deinterleave_yuv422_uv_downsample_neon>},
+    {"deinterleave_uv422_uv_downsample",
+     deinterleave_422_trial<deinterleave_uv422_uv_downsample_c,
+                            deinterleave_uv422_uv_downsample_neon>,
+     deinterleave_422_bench<deinterleave_uv422_uv_downsample_c,
+                            deinterleave_uv422_uv_downsample_neon>},
+    {"upsample_uv420_neon", upsample_trial<0>, upsample_bench<0>},
+    {"upsample_uv_neon", upsample_trial<1>, upsample_bench<1>},
+    {"upsample_uv420", upsample_trial<2>, upsample_bench<2>},
+    {"upsample_uv422", upsample_trial<3>, upsample_bench<3>},
+    {"upsample_y_neon", upsample_trial<4>, upsample_bench<4>},
+    {"restore_interleave_yuv420", restore_yuv420_trial, restore_yuv420_bench},
+    {"restore_interleave_uv420", restore_uv420_trial, restore_uv420_bench},
+    {"restore_interleave_yuv422",
+     restore_422_trial<restore_interleave_yuv422_c, restore_interleave_yuv422_neon>,
+     restore_422_bench<restore_interleave_yuv422_c, restore_interleave_yuv422_neon>},
+    {"restore_interleave_uv422",
+     restore_422_trial<restore_interleave_uv422_c, restore_interleave_uv422_neon>,
+     restore_422_bench<restore_interleave_uv422_c, restore_interleave_uv422_neon>},
+    {"restore_blend_divide_sweep", restore_divide_sweep_trial, restore_divide_bench},
+};
+
+const twin::registrar reg(kCases);
 
 }  // namespace
