@@ -95,64 +95,6 @@ TEST_F(Entry, UnknownScenarioYieldsTheUnfilledBlockWithoutThreads) {
     free(h);  // not to be passed to the library
 }
 
-struct scenario_case {
-    int32_t scenario;
-    const char* line;
-};
-
-class InitLines : public Entry, public ::testing::WithParamInterface<scenario_case> {};
-
-TEST_P(InitLines, LogsHandleBannerAndSettingsThenReturnsAParkedHandle) {
-    const scenario_case c = GetParam();
-    void* h = vantor_init(1920, 1080, c.scenario);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    const std::vector<vtest::log_line> lines = vtest::log_lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].prio, 4);
-    EXPECT_EQ(lines[0].text, fmt("vantor_init, handle %p", h));
-    EXPECT_EQ(lines[1].prio, 6);
-    EXPECT_TRUE(std::regex_match(
-        lines[1].text,
-        std::regex(
-            R"(Android-0\.0 Build Date is \([A-Z][a-z]{2} [ 0-9]\d \d{4}\) \(\d\d:\d\d:\d\d\))")))
-        << lines[1].text;
-    EXPECT_EQ(lines[2].prio, 4);
-    EXPECT_EQ(lines[2].text, c.line);
-
-    const vantor_handle* v = static_cast<const vantor_handle*>(h);
-    EXPECT_EQ(v->aligned_height, 1088);
-    EXPECT_EQ(v->cropped_height, 1072);
-    EXPECT_EQ(v->index, -1);
-    EXPECT_EQ(v->scenario, c.scenario);
-    EXPECT_EQ(vantor_deinit(h), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Scenarios, InitLines,
-    ::testing::Values(scenario_case{0,
-                                    "vantor_init, width(1920), height(1080), "
-                                    "scenario(VTR_SCENARIO_CAPTURE), interleaving color "
-                                    "saturation(12), priority(-8)"},
-                      scenario_case{1,
-                                    "vantor_init, width(1920), height(1080), "
-                                    "scenario(VTR_SCENARIO_PREVIEW), interleaving color "
-                                    "saturation(4), priority(0)"}));
-
-TEST_F(Entry, BuffersAreSizedFromWidthAndAlignedHeight) {
-    vtest::hook_guard hooks;
-    void* h = vantor_init(1920, 1080, VTR_SCENARIO_PREVIEW);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(hooks.allocations(), 12);
-    const size_t want[] = {2088960, 2088960, 2088960, 8160,    8160,   8160,
-                           8160,    8160,    8160,    1044480, 1044480};
-    for (int i = 0; i < 11; ++i)
-        EXPECT_EQ(hooks.size_of(i + 2), want[i]) << "buffer " << i + 1;
-    EXPECT_EQ(hooks.creations(), 15);
-    EXPECT_EQ(vantor_deinit(h), 0);
-    EXPECT_EQ(hooks.frees(), 12);
-}
-
 struct alloc_case {
     int n;  // failing allocation, 1 = the handle block
     const char* line;
@@ -203,7 +145,7 @@ TEST_P(CreateFailure, LogsTheWorkerTearsDownAndLeavesNoThreadRunning) {
     EXPECT_EQ(vantor_init(640, 480, VTR_SCENARIO_PREVIEW), nullptr);
     EXPECT_LT(ms_since(start), 1000.0);
     EXPECT_EQ(hooks.creations(), c.n - 1);
-    EXPECT_EQ(vtest::log_count(6, c.line), 1);
+    EXPECT_EQ(vtest::log_count(6, std::string("thread create fail to ") + c.line), 1);
     EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "fewer than 15 can report";
     // Every worker started has left (TearDown counts threads); the last one freed the handle
     // if the teardown could not.
@@ -211,23 +153,17 @@ TEST_P(CreateFailure, LogsTheWorkerTearsDownAndLeavesNoThreadRunning) {
     EXPECT_EQ(hooks.frees(), 12);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Workers, CreateFailure,
-    ::testing::Values(create_case{1, "thread create fail to vantor_deinterleave_thread_func"},
-                      create_case{2, "thread create fail to vantor_deinterleave_thread_func"},
-                      create_case{3, "thread create fail to vantor_deinterleave_thread_func"},
-                      create_case{4, "thread create fail to vantor_deinterleave_thread_func"},
-                      create_case{5, "thread create fail to deinterleave_yuv420_uv_downsample"},
-                      create_case{6, "thread create fail to deinterleave_yuv420_uv_downsample"},
-                      create_case{7, "thread create fail to deinterleave_yuv420_uv_downsample"},
-                      create_case{8, "thread create fail to deinterleave_yuv420_uv_downsample"},
-                      create_case{9, "thread create fail to vantor_u"},
-                      create_case{10, "thread create fail to vantor_v"},
-                      create_case{11, "thread create fail to vantor_y"},
-                      create_case{12, "thread create fail to restore_interleave_yuv420"},
-                      create_case{13, "thread create fail to restore_interleave_yuv420"},
-                      create_case{14, "thread create fail to restore_interleave_yuv420"},
-                      create_case{15, "thread create fail to restore_interleave_yuv420"}));
+// Workers start in this order: four deinterleave, four box filter (logged under the kernel's
+// name), the U, V and Y plane workers, four interleave.
+INSTANTIATE_TEST_SUITE_P(Workers, CreateFailure,
+                         ::testing::Values(create_case{1, "vantor_deinterleave_thread_func"},
+                                           create_case{4, "vantor_deinterleave_thread_func"},
+                                           create_case{5, "deinterleave_yuv420_uv_downsample"},
+                                           create_case{8, "deinterleave_yuv420_uv_downsample"},
+                                           create_case{9, "vantor_u"}, create_case{10, "vantor_v"},
+                                           create_case{11, "vantor_y"},
+                                           create_case{12, "restore_interleave_yuv420"},
+                                           create_case{15, "restore_interleave_yuv420"}));
 
 // ---- null handles ----------------------------------------------------------------------------
 
@@ -247,57 +183,44 @@ TEST_F(Entry, NullHandleIsRefusedByRunAndDeinit) {
 
 // ---- vantor_run --------------------------------------------------------------------------
 
-struct run_lines_case {
-    uint32_t format;
-    int32_t height;
-    const char* name;
-    ptrdiff_t out2_shift;  // bytes the NV21 output plane lies before the input one
-};
-
-class RunLines : public Entry, public ::testing::WithParamInterface<run_lines_case> {};
-
-TEST_P(RunLines, LogsSlotZeroAddressesAndOutputPlanes) {
-    const run_lines_case c = GetParam();
+// The two progress lines of a frame: slot 0, the input addresses, and for NV21 the output
+// plane moved back over the padding rows (8 rows of 1920 for a height of 1080).
+TEST_F(Entry, RunLogsSlotZeroAddressesAndOutputPlanes) {
+    const struct {
+        uint32_t format;
+        int32_t height;
+        const char* name;
+        ptrdiff_t out2_shift;
+    } cases[] = {{VTR_NV21, 1080, "VTR_NV21", 15360},
+                 {VTR_NV21_M, 1080, "VTR_NV21_M", 0},
+                 {VTR_YUY2, 1080, "VTR_YUV2", -1}};
     void* h = vantor_init(1920, 1088, VTR_SCENARIO_PREVIEW);
     ASSERT_NE(h, nullptr);
     ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    const bool packed = c.format == VTR_YUYV || c.format == VTR_YUY2;
-    nv21_frame f(packed ? 3840 : 1920, c.height, 5);  // YUYV: the same bytes, 2 x 1920 wide
-    for (int call = 0; call < 2; ++call) {
+    nv21_frame f(3840, 1080, 5);  // YUY2: the same bytes, 2 x 1920 wide
+    for (const auto& c : cases) {
         vtest::log_clear();
-        int32_t* result = vantor_run(h, f.y(), f.vu(), 1920, c.height, c.format);
-        ASSERT_NE(result, nullptr);
-        EXPECT_EQ(result, &static_cast<vantor_handle*>(h)->result[0]);
+        EXPECT_EQ(vantor_run(h, f.y(), f.vu(), 1920, c.height, c.format),
+                  &static_cast<vantor_handle*>(h)->result[0]);
         const std::vector<vtest::log_line> lines = vtest::log_lines();
         ASSERT_GE(lines.size(), 2u);
-        char first[256];
-        snprintf(first, sizeof first,
+        char want[2][256];
+        snprintf(want[0], sizeof want[0],
                  "vantor_run[0][VTR_SCENARIO_PREVIEW] width(1920), height(%d), in_address_1(%p), "
                  "in_address_2(%p)\n",
                  c.height, reinterpret_cast<void*>(f.y()), reinterpret_cast<void*>(f.vu()));
-        EXPECT_EQ(lines[0].text, first);
-        char second[256];
-        if (packed) {
-            snprintf(second, sizeof second, "vantor_run[VTR_SCENARIO_PREVIEW], format[%s]", c.name);
-        } else {
-            snprintf(second, sizeof second,
-                     "vantor_run[VTR_SCENARIO_PREVIEW], format[%s], out_address_1(%p), "
-                     "out_address_2(%p)",
-                     c.name, reinterpret_cast<void*>(f.y()),
-                     reinterpret_cast<void*>(f.vu() - c.out2_shift));
-        }
-        EXPECT_EQ(lines[1].text, second);
+        snprintf(want[1], sizeof want[1],
+                 c.out2_shift < 0 ? "vantor_run[VTR_SCENARIO_PREVIEW], format[%s]"
+                                  : "vantor_run[VTR_SCENARIO_PREVIEW], format[%s], "
+                                    "out_address_1(%p), out_address_2(%p)",
+                 c.name, reinterpret_cast<void*>(f.y()),
+                 reinterpret_cast<void*>(f.vu() - c.out2_shift));
+        EXPECT_EQ(lines[0].text, want[0]);
+        EXPECT_EQ(lines[1].text, want[1]);
         EXPECT_EQ(lines[1].prio, 4);
     }
     EXPECT_EQ(vantor_deinit(h), 0);
 }
-
-INSTANTIATE_TEST_SUITE_P(Formats, RunLines,
-                         ::testing::Values(run_lines_case{VTR_NV21, 1080, "VTR_NV21", 15360},
-                                           run_lines_case{VTR_NV21, 1088, "VTR_NV21", 0},
-                                           run_lines_case{VTR_NV21_M, 1080, "VTR_NV21_M", 0},
-                                           run_lines_case{VTR_YUYV, 1080, "VTR_YUYV", 0},
-                                           run_lines_case{VTR_YUY2, 1080, "VTR_YUV2", 0}));
 
 TEST_F(Entry, UnknownFormatLeavesTheSlotLockedSoTheNextCallerBlocks) {
     void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
@@ -353,11 +276,14 @@ TEST_F(Entry, FrameBeforeTheWorkersParkIsRefusedAndNothingWritten) {
 
 struct fit_case {
     int32_t width, height;
+    bool fits;
 };
 
 class FrameFit : public Entry, public ::testing::WithParamInterface<fit_case> {};
 
-TEST_P(FrameFit, FrameLargerOrMalformedIsRefusedAndTheSlotReleased) {
+// A frame wider than the handle, with more aligned rows, or malformed is refused with the slot
+// released, so that the next fitting frame goes through; a smaller one is processed.
+TEST_P(FrameFit, OnlyFramesWithinTheHandleAreProcessed) {
     const fit_case c = GetParam();
     void* h = vantor_init(640, 470, VTR_SCENARIO_CAPTURE);
     ASSERT_NE(h, nullptr);
@@ -370,44 +296,54 @@ TEST_P(FrameFit, FrameLargerOrMalformedIsRefusedAndTheSlotReleased) {
     char line[128];
     snprintf(line, sizeof line, "vantor_run, frame %dx%d does not fit handle 640x470", c.width,
              c.height);
-    EXPECT_EQ(vtest::log_count(6, line), 1);
-    EXPECT_EQ(vtest::log_lines().size(), 1u);
-    EXPECT_EQ(f.bytes(), before);
-    EXPECT_EQ(static_cast<vantor_handle*>(h)->width, 640) << "geometry untouched";
-    // The slot is free again: a fitting frame goes through.
-    vtest::log_clear();
-    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 640, 470, VTR_NV21), nullptr);
-    EXPECT_EQ(vtest::log_starting_with("vantor_run, frame").size(), 0u);
-    EXPECT_NE(f.bytes(), before);
+    EXPECT_EQ(vtest::log_count(6, line), c.fits ? 0 : 1);
+    EXPECT_EQ(f.bytes() != before, c.fits);
+    if (!c.fits) {
+        EXPECT_EQ(vtest::log_lines().size(), 1u);
+        EXPECT_EQ(static_cast<vantor_handle*>(h)->width, 640) << "geometry untouched";
+        EXPECT_NE(vantor_run(h, f.y(), f.vu(), 640, 470, VTR_NV21), nullptr);
+        EXPECT_NE(f.bytes(), before) << "the slot was released";
+    }
     EXPECT_EQ(vantor_deinit(h), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Frames, FrameFit,
-                         ::testing::Values(fit_case{656, 470},  // wider
-                                           fit_case{640, 481},  // 496 aligned rows > 480
-                                           fit_case{632, 470},  // not a multiple of 16
-                                           fit_case{0, 470}, fit_case{-16, 470}, fit_case{640, 0},
-                                           fit_case{640, -3}));
-
-TEST_F(Entry, SmallerFrameThanTheHandleFitsAndRuns) {
-    void* h = vantor_init(640, 470, VTR_SCENARIO_CAPTURE);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    nv21_frame f(320, 480, 6);  // 480 aligned rows = the handle's
-    const std::vector<uint8_t> before = f.bytes();
-    EXPECT_NE(vantor_run(h, f.y(), f.vu(), 320, 480, VTR_NV21), nullptr);
-    EXPECT_TRUE(vtest::log_starting_with("vantor_run, frame").empty());
-    EXPECT_NE(f.bytes(), before);
-    EXPECT_EQ(vantor_deinit(h), 0);
-}
+                         ::testing::Values(fit_case{656, 470, false},  // wider
+                                           fit_case{640, 481, false},  // 496 aligned rows > 480
+                                           fit_case{632, 470, false},  // not a multiple of 16
+                                           fit_case{0, 470, false}, fit_case{-16, 470, false},
+                                           fit_case{640, 0, false}, fit_case{640, -3, false},
+                                           fit_case{320, 480, true}));  // 480 aligned rows
 
 // ---- teardown --------------------------------------------------------------------------------
 
-TEST_F(Entry, IdleTeardownIsQuickAndEndsEveryWorker) {
+// Init logs the handle, the build banner and the settings, allocates the handle and eleven
+// buffers sized from the width and the aligned height, and starts fifteen workers; an idle
+// teardown ends them all at once and frees everything itself.
+TEST_F(Entry, InitStartsFifteenWorkersAndIdleTeardownEndsThemQuickly) {
     vtest::hook_guard hooks;
-    void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
+    void* h = vantor_init(1920, 1080, VTR_SCENARIO_CAPTURE);
     ASSERT_NE(h, nullptr);
     ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
+    const std::vector<vtest::log_line> lines = vtest::log_lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ((std::vector<int>{lines[0].prio, lines[1].prio, lines[2].prio}),
+              (std::vector<int>{4, 6, 4}));
+    EXPECT_EQ(lines[0].text, fmt("vantor_init, handle %p", h));
+    EXPECT_TRUE(std::regex_match(
+        lines[1].text,
+        std::regex(
+            R"(Android-0\.0 Build Date is \([A-Z][a-z]{2} [ 0-9]\d \d{4}\) \(\d\d:\d\d:\d\d\))")))
+        << lines[1].text;
+    EXPECT_EQ(lines[2].text,
+              "vantor_init, width(1920), height(1080), scenario(VTR_SCENARIO_CAPTURE), "
+              "interleaving color saturation(12), priority(-8)");
+    const size_t want[] = {2088960, 2088960, 2088960, 8160,    8160,   8160,
+                           8160,    8160,    8160,    1044480, 1044480};
+    ASSERT_EQ(hooks.allocations(), 12);
+    for (int i = 0; i < 11; ++i)
+        EXPECT_EQ(hooks.size_of(i + 2), want[i]) << "buffer " << i + 1;
+    EXPECT_EQ(hooks.creations(), 15);
     EXPECT_EQ(vtest::threads_since(baseline_), 15u);
     vtest::log_clear();
     const auto start = clock_type::now();
@@ -417,24 +353,6 @@ TEST_F(Entry, IdleTeardownIsQuickAndEndsEveryWorker) {
     EXPECT_EQ(vtest::log_count(4, fmt("vantor_deinit, handle %p", h)), 1);
     EXPECT_EQ(hooks.frees(), 12) << "handle and buffers freed by the teardown itself";
     EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 1000), 0u);
-}
-
-TEST_F(Entry, TeardownRightAfterInitManyTimes) {
-    vtest::hook_guard hooks;
-    for (int i = 0; i < 40; ++i) {
-        void* h = vantor_init(224, 112, i % 2);
-        ASSERT_NE(h, nullptr);
-        const auto start = clock_type::now();
-        EXPECT_EQ(vantor_deinit(h), 0);
-        EXPECT_LT(ms_since(start), 1000.0);
-    }
-    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 3000), 0u);
-    // Handles whose workers had not all parked are freed by their last worker.
-    const auto end = clock_type::now() + std::chrono::seconds(2);
-    while (hooks.frees() < 40 * 12 && clock_type::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    EXPECT_EQ(hooks.allocations(), 40 * 12);
-    EXPECT_EQ(hooks.frees(), 40 * 12);
 }
 
 TEST_F(Entry, TeardownBeforeAnyWorkerStartsLeavesTheHandleToTheLastWorker) {
@@ -456,13 +374,15 @@ TEST_F(Entry, TeardownBeforeAnyWorkerStartsLeavesTheHandleToTheLastWorker) {
 
 // ---- workers that meet an unknown format -------------------------------------------------------
 
-TEST_F(Entry, PlaneWorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
+// Stages started by hand on a record whose formats changed after the driver's check: the strip
+// workers and the U and V workers leave, the Y and box-filter workers stay, and the next frame
+// finds its first stage short of workers.
+TEST_F(Entry, WorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
     void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
     ASSERT_NE(h, nullptr);
     ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
     vantor_handle* v = static_cast<vantor_handle*>(h);
     vantor_thread* t = &v->thread[0];
-    // A stage started by hand on a record whose format changed after the driver's check.
     pthread_mutex_lock(&t->mutex);
     t->width = 224;
     t->aligned_height = 112;
@@ -476,48 +396,32 @@ TEST_F(Entry, PlaneWorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
     t->upsampled_v = v->upsampled_v;
     t->y_low = v->y_low[0];
     t->format = 0;
-    t->yuv_ready = 0;
-    pthread_cond_broadcast(&t->yuv_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
-    pthread_mutex_unlock(&t->mutex);
-    EXPECT_EQ(vtest::log_count(6, "vantor_u, Not supported format"), 1);
-    EXPECT_EQ(vtest::log_count(6, "vantor_v, Not supported format"), 1);
-    EXPECT_EQ(vtest::wait_threads_since(baseline_, 13, 2000), 13u);
-
-    nv21_frame f(224, 112, 8);
-    vtest::log_clear();
-    vantor_run(h, f.y(), f.vu(), 224, 112, VTR_NV21);
-    EXPECT_EQ(vtest::log_count(6, "vantor_yuv, ready sub thread wait"), 1);
-    EXPECT_EQ(vtest::log_count(6, "vantor_yuv is fail.. ret = -1"), 1);
-    vtest::log_clear();
-    EXPECT_EQ(vantor_deinit(h), 0);
-    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "only 13 can report";
-}
-
-TEST_F(Entry, StripWorkersGiveUpOnAnUnknownFormat) {
-    void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    vantor_thread* t = &static_cast<vantor_handle*>(h)->thread[0];
-    pthread_mutex_lock(&t->mutex);
     for (deinterleave_job& j : t->deinterleave_job)
         j.format = 0x59565559;  // "YUVY": not a format
     for (interleave_job& j : t->interleave_job)
         j.format = 0;
-    t->deinterleave_ready = 0;
-    t->interleave_ready = 0;
+    t->deinterleave_ready = t->yuv_ready = t->interleave_ready = 0;
     pthread_cond_broadcast(&t->deinterleave_cond);
+    pthread_cond_broadcast(&t->yuv_cond);
     pthread_cond_broadcast(&t->interleave_cond);
     vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
     pthread_mutex_unlock(&t->mutex);
-    EXPECT_EQ(vtest::wait_threads_since(baseline_, 7, 2000), 7u);
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 5, 2000), 5u);
+    EXPECT_EQ(vtest::log_count(6, "vantor_u, Not supported format"), 1);
+    EXPECT_EQ(vtest::log_count(6, "vantor_v, Not supported format"), 1);
     EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave_thread_func, Not supported format"), 4);
     EXPECT_EQ(vtest::log_count(6, "vantor_interleave_thread_func, Not supported format"), 4);
+
+    nv21_frame f(224, 112, 8);
+    vtest::log_clear();
+    vantor_run(h, f.y(), f.vu(), 224, 112, VTR_NV21);
+    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave, ready sub thread wait"), 1);
+    vtest::log_clear();
     EXPECT_EQ(vantor_deinit(h), 0);
+    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "only 5 can report";
 }
 
-// ---- niceness
-// ------------------------------------------------------------------------------------
+// ---- niceness ------------------------------------------------------------------------------
 
 TEST_F(Entry, WorkersAndCallerTakeTheScenarioNiceness) {
     // Raising priority (a negative niceness) needs privilege; find out whether we have it.
