@@ -1,7 +1,8 @@
 // Vector deinterleave and downsample; deinterleave.cpp is the scalar truth.
 //
-// Memory: the NV21 kernel reads whole 128-byte steps [0, width_bound rounded up to 128) of VU
-// rows 0, 8, 16, ...; the 4:2:2 kernels read whole 256-byte steps of each row they walk. They
+// Memory: the NV21 kernel reads within whole 128-byte steps [0, width_bound rounded up to 128)
+// of VU rows 0, 8, 16, ...; the 4:2:2 kernels within whole 256-byte steps of each row they
+// walk (where the intrinsics are translated, only the bytes kept are read from a step). They
 // write exactly width_bound / 16 values per block row (8 per step) and width_bound luma bytes
 // per row, never past the covered area. Prefetches run 256 bytes ahead of the read pointer
 // and may point past the plane; a prefetch never faults.
@@ -9,11 +10,16 @@
 #include "resample/deinterleave.h"
 
 #include <stddef.h>
+#include <string.h>
 
 namespace {
 
 // Prefetch distance in bytes: two steps of the NV21 walk, one of the 4:2:2 walk.
 constexpr int32_t VTR_DEINT_PREFETCH = 256;
+
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+
+// Natively the walks use four-way structure loads and narrow the samples kept out of them.
 
 // Lane 0 and lane 8 of each of four vectors, in order: the low byte of each 64-bit half,
 // narrowed three times.
@@ -29,6 +35,18 @@ inline uint8x8_t lanes_0_8(uint8x16_t a, uint8x16_t b, uint8x16_t c, uint8x16_t 
 inline uint8x8_t lanes_0_4_8_12(uint8x16_t a, uint8x16_t b) {
     return vmovn_u16(
         vcombine_u16(vmovn_u32(vreinterpretq_u32_u8(a)), vmovn_u32(vreinterpretq_u32_u8(b))));
+}
+
+// Pairs 0, 8, ..., 56 of 128 VU bytes: first bytes in val[0], second bytes in val[1].
+inline uint8x8x2_t nv21_step(const uint8_t* in) {
+    // Byte 4i of each 64 bytes lands in lane i of val[0], byte 4i + 1 in val[1]; the pairs
+    // kept start at bytes 0, 16, 32 and 48, lanes 0, 4, 8 and 12.
+    const uint8x16x4_t lo = vld4q_u8(in);
+    const uint8x16x4_t hi = vld4q_u8(in + 64);
+    uint8x8x2_t out;
+    out.val[0] = lanes_0_4_8_12(lo.val[0], hi.val[0]);
+    out.val[1] = lanes_0_4_8_12(lo.val[1], hi.val[1]);
+    return out;
 }
 
 // 128 packed pixels of one row: their luma to y (when with_luma) and, when with_chroma, the
@@ -55,6 +73,58 @@ inline void yuv422_step(const uint8_t* in, uint8_t* y, uint8_t* first, uint8_t* 
         vst1_u8(second, lanes_0_8(c2[0], c2[1], c2[2], c2[3]));
     }
 }
+
+#else
+
+// Translated, four-way structure loads go byte by byte. Luma comes from two-way loads, which
+// stay vector code, and the chroma samples kept are loaded alone, one 16-bit lane each.
+
+// Eight 16-bit lanes from p, p + stride, ..., p + 7 * stride; on these little-endian targets
+// the byte at each address is the low half of its lane.
+inline uint16x8_t gather_u16(const uint8_t* p, ptrdiff_t stride) {
+    uint16_t v[8];
+    for (int i = 0; i < 8; ++i)
+        memcpy(&v[i], p + i * stride, 2);
+    uint16x8_t g = vdupq_n_u16(0);
+    g = vsetq_lane_u16(v[0], g, 0);
+    g = vsetq_lane_u16(v[1], g, 1);
+    g = vsetq_lane_u16(v[2], g, 2);
+    g = vsetq_lane_u16(v[3], g, 3);
+    g = vsetq_lane_u16(v[4], g, 4);
+    g = vsetq_lane_u16(v[5], g, 5);
+    g = vsetq_lane_u16(v[6], g, 6);
+    g = vsetq_lane_u16(v[7], g, 7);
+    return g;
+}
+
+inline uint8x8x2_t nv21_step(const uint8_t* in) {
+    // The pairs kept start at bytes 0, 16, ..., 112.
+    const uint16x8_t pairs = gather_u16(in, 16);
+    uint8x8x2_t out;
+    out.val[0] = vmovn_u16(pairs);
+    out.val[1] = vshrn_n_u16(pairs, 8);
+    return out;
+}
+
+template <bool with_luma, bool with_chroma>
+inline void yuv422_step(const uint8_t* in, uint8_t* y, uint8_t* first, uint8_t* second) {
+    for (int i = 0; i < 4; ++i) {
+        VTR_PREFETCH(in + 64 * i + VTR_DEINT_PREFETCH);
+        if (with_luma) {
+            // 32 bytes, 16 pixels: luma is every even byte.
+            vst1q_u8(y + 32 * i, vld2q_u8(in + 64 * i).val[0]);
+            vst1q_u8(y + 32 * i + 16, vld2q_u8(in + 64 * i + 32).val[0]);
+        }
+    }
+    if (with_chroma) {
+        // Each 16 pixels start with the group Y0 C1 Y1 C2: C1 is the low byte of the lane
+        // loaded at offset 1, C2 that of the lane at offset 3.
+        vst1_u8(first, vmovn_u16(gather_u16(in + 1, 32)));
+        vst1_u8(second, vmovn_u16(gather_u16(in + 3, 32)));
+    }
+}
+
+#endif
 
 // A plane the row does not write may be null; no pointer into it is formed.
 template <bool with_luma, bool with_chroma>
@@ -92,12 +162,9 @@ void deinterleave_yuv420_uv_downsample_neon(uint8_t* first_out, uint8_t* second_
         for (int32_t x = 0; x < width_bound; x += 128) {
             VTR_PREFETCH(in + x + VTR_DEINT_PREFETCH);
             VTR_PREFETCH(in + x + 64 + VTR_DEINT_PREFETCH);
-            // Byte 4i of each 64 bytes lands in lane i of val[0], byte 4i + 1 in val[1]; the
-            // pairs kept start at bytes 0, 16, 32 and 48, lanes 0, 4, 8 and 12.
-            const uint8x16x4_t lo = vld4q_u8(in + x);
-            const uint8x16x4_t hi = vld4q_u8(in + x + 64);
-            vst1_u8(first_out + out_offset + x / 16, lanes_0_4_8_12(lo.val[0], hi.val[0]));
-            vst1_u8(second_out + out_offset + x / 16, lanes_0_4_8_12(lo.val[1], hi.val[1]));
+            const uint8x8x2_t pairs = nv21_step(in + x);
+            vst1_u8(first_out + out_offset + x / 16, pairs.val[0]);
+            vst1_u8(second_out + out_offset + x / 16, pairs.val[1]);
         }
     }
 }
