@@ -117,9 +117,9 @@ std::string frame::mismatch() const {
     return std::string();
 }
 
-size_t baseline_thread_count() {
+std::set<pid_t> baseline_threads() {
     std::thread([] {}).join();
-    return vtest::thread_ids().size();
+    return vtest::thread_ids();
 }
 
 size_t live_heap_bytes() {

@@ -6,6 +6,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <sys/types.h>
+
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,10 +36,10 @@ struct frame {
     std::vector<uint8_t> input[2], work[2], expected[2];
 };
 
-// The thread count to come back to: taken after a first thread has come and gone, so that a
-// runtime that starts a helper thread of its own with the first one (ThreadSanitizer does) has
-// done so.
-size_t baseline_thread_count();
+// The process's threads to come back to: taken after a first thread has come and gone, so that
+// a runtime that starts a helper thread of its own with the first one (ThreadSanitizer does)
+// has done so. vtest::wait_threads_since(baseline, 0, ms) then waits for the library's to go.
+std::set<pid_t> baseline_threads();
 // Bytes the process has allocated and not freed: the sanitizer's count in sanitizer builds,
 // else the C library's (mallinfo2).
 size_t live_heap_bytes();
