@@ -1,6 +1,6 @@
 // Bilateral filter: the definition on every size class, numeric cases (flat planes, impulses,
-// steps at the range cut-off, the mirrored rows of a 7-row plane), the centre routine's band,
-// the tables and the element-wise helpers.
+// steps at the range cut-off, the mirrored rows of a 7-row plane), the centre routine's band
+// and the element-wise helpers.
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
@@ -191,11 +191,9 @@ TEST(BilateralCentre, WritesExactlyItsBand) {
         int height, width, top, bottom, left, right;
         int row0, row1, col0, col1;  // written rectangle, inclusive; row0 > row1: nothing
     } cases[] = {
-        {7, 14, 3, 3, 3, 3, 3, 3, 3, 10},   {20, 14, 3, 3, 3, 3, 3, 16, 3, 10},
-        {20, 13, 3, 3, 3, 3, 1, 0, 0, 0},   {20, 6, 3, 3, 3, 3, 1, 0, 0, 0},
-        {6, 30, 3, 3, 3, 3, 1, 0, 0, 0},    {30, 40, 5, 6, 3, 3, 5, 23, 3, 34},
-        {30, 40, 0, 0, 3, 5, 3, 26, 3, 34}, {30, 40, 3, 3, -2, 3, 3, 26, 6, 29},
-        {30, 27, 3, 3, 3, 0, 3, 26, 3, 18}, {30, 40, 3, 3, 11, 3, 3, 26, 11, 34},
+        {20, 14, 3, 3, 3, 3, 3, 16, 3, 10},  {20, 13, 3, 3, 3, 3, 1, 0, 0, 0},
+        {6, 30, 3, 3, 3, 3, 1, 0, 0, 0},     {30, 40, 5, 6, 3, 3, 5, 23, 3, 34},
+        {30, 40, 3, 3, -2, 3, 3, 26, 6, 29}, {30, 27, 3, 3, 3, 0, 3, 26, 3, 18},
     };
     vtest::rng r(17);
     for (const auto& c : cases) {
@@ -217,25 +215,6 @@ TEST(BilateralCentre, WritesExactlyItsBand) {
     }
 }
 
-TEST(BilateralTables, RangeCurvesAndWindowWeight) {
-    for (int i = 0; i < 16; ++i) {
-        const int d = i < 13 ? i : 13;
-        EXPECT_EQ((8192 + 36 * d - 298 * d * d + 32 * d * d * d - d * d * d * d) >> 7,
-                  range_weight_span3[i])
-            << i;
-        // The general curve differs at 4 and from 6 to 13, where it still gives weight 1.
-        EXPECT_EQ(i == 4 || (i >= 6 && i <= 13), range_weight_span3[i] != range_weight_general[i])
-            << i;
-    }
-    EXPECT_EQ(1, range_weight_general[13]);
-    int window = 0;
-    for (int dy = -3; dy <= 3; ++dy)
-        for (int dx = -3; dx <= 3; ++dx)
-            window += spatial_weight[abs(dy) + abs(dx)];
-    EXPECT_EQ(2924, window);  // 64 * 2924 = 187136, the flat-plane weight
-    EXPECT_EQ(21, spatial_weight[15]);
-}
-
 // ---- element-wise helpers ------------------------------------------------------------------
 
 void mul_arrays(int32_t* d, const int32_t* a, const int32_t* b, int32_t n) {
@@ -255,21 +234,15 @@ TEST(VectorHelpers, Arithmetic) {
         int32_t a, b, want;
     } cases[] = {
         {"add wraps", vector_add, INT_MAX, 1, INT_MIN},
-        {"sub wraps", vector_sub, INT_MIN, 1, INT_MAX},
         {"mul keeps the low 32 bits", mul_arrays, 65536, 65536, 0},
-        {"mul wraps to negative", mul_arrays, INT_MAX, 2, -2},
         {"mul by a scalar wraps", mul_scalar, 0x40000001, 4, 4},
-        {"sub_abs", vector_sub_abs, -5, 3, 8},
         {"sub_abs of a wrapped difference", vector_sub_abs, INT_MAX, -1, INT_MIN},
         {"div truncates toward zero", vector_div, -7, 2, -3},
-        {"div of the flat-plane sums", vector_div, 255 * 187136, 187137, 254},
         {"div by zero gives zero", vector_div, 12345, 0, 0},
         {"div overflow wraps", vector_div, INT_MIN, -1, INT_MIN},
         {"shr rounds toward minus infinity", shr, -7, 1, -4},
         {"shr by 31", shr, INT_MIN, 31, -1},
-        {"shr by 30", shr, INT_MIN, 30, -2},
         {"shr by 40 leaves the sign", shr, -5, 40, -1},
-        {"shr by 40 of a positive", shr, 5, 40, 0},
     };
     for (const auto& c : cases) {
         const int32_t a[3] = {c.a, c.a, c.a}, b[3] = {c.b, c.b, c.b};
