@@ -41,96 +41,62 @@ const blend_case kBlends[] = {
     {"s_low_16_bits", 65536 + 12, 120, 140, 123, 137, 121, 138},
 };
 
-// The same blend through the four kernels, each in vector and scalar form. Every kernel gets
-// 16 identical pairs (a whole step) and each output pair is checked.
-struct blend_kernel {
-    const char* name;
-    void (*run)(const blend_case& b, std::vector<uint8_t>& out);  // 16 pairs out, c1 c2 order
-};
+enum kernel { yuv420, uv420, yuv422, uv422 };
+const char* const kKernelNames[] = {"yuv420", "uv420", "yuv422", "uv422"};
 
-constexpr int kPairs = 16;
-
-template <bool vector>
-void blend_yuv420(const blend_case& b, std::vector<uint8_t>& out) {
-    // Width 32, height 2: one VU row of 16 pairs; luma is rebuilt too but not looked at here.
-    std::vector<uint8_t> y(64, 100), a(64, 100), hi(64, 128), vu(32), up1(16, b.f1), up2(16, b.f2);
-    for (int i = 0; i < kPairs; ++i) {
-        vu[2 * i] = b.c1;
-        vu[2 * i + 1] = b.c2;
+// The blend of 16 identical pairs (a whole step) through one kernel; returns the 16 output
+// pairs, c1 c2 order. 4:2:0 gets width 32 and two rows: one VU row of 16 pairs, or for the
+// chroma-only kernel 16 VU bytes per row. 4:2:2 gets one row of 16 groups Y0 C1 Y1 C2.
+std::vector<uint8_t> blend(kernel k, bool vector, const blend_case& b) {
+    std::vector<uint8_t> y(64, 100), a(64, 100), hi(64, 128), up1(16, b.f1), up2(16, b.f2),
+        in(64, 100), out(32);
+    const bool packed = k == yuv422 || k == uv422;
+    for (int i = 0; i < 16; ++i) {
+        in[packed ? 4 * i + 1 : 2 * i] = b.c1;
+        in[packed ? 4 * i + 3 : 2 * i + 1] = b.c2;
     }
-    out.assign(32, 0);
-    (vector ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
-        y.data(), vu.data(), a.data(), hi.data(), up1.data(), up2.data(), 32, 2, b.S, y.data(),
-        out.data(), 0);
-}
-
-template <bool vector>
-void blend_uv420(const blend_case& b, std::vector<uint8_t>& out) {
-    // Width 32 covers 16 VU bytes per row: 2 rows give 16 pairs. Luma planes are not read.
-    std::vector<uint8_t> vu(32), up1(16, b.f1), up2(16, b.f2);
-    for (int i = 0; i < kPairs; ++i) {
-        vu[2 * i] = b.c1;
-        vu[2 * i + 1] = b.c2;
+    if (k == yuv420)
+        (vector ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
+            y.data(), in.data(), a.data(), hi.data(), up1.data(), up2.data(), 32, 2, b.S, y.data(),
+            out.data(), 0);
+    if (k == uv420)  // the luma planes are not read
+        (vector ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
+            nullptr, in.data(), nullptr, nullptr, up1.data(), up2.data(), 32, 2, b.S, out.data());
+    if (packed)
+        (k == uv422 ? (vector ? restore_interleave_uv422_neon : restore_interleave_uv422_c)
+                    : (vector ? restore_interleave_yuv422_neon : restore_interleave_yuv422_c))(
+            in.data(), a.data(), hi.data(), up1.data(), up2.data(), 32, 1, b.S);
+    for (int i = 0; i < 16 && packed; ++i) {
+        out[2 * i] = in[4 * i + 1];
+        out[2 * i + 1] = in[4 * i + 3];
     }
-    out.assign(32, 0);
-    (vector ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
-        nullptr, vu.data(), nullptr, nullptr, up1.data(), up2.data(), 32, 2, b.S, out.data());
-}
-
-template <bool vector, bool chroma_only>
-void blend_422(const blend_case& b, std::vector<uint8_t>& out) {
-    // Width 32, one row: 16 groups Y0 C1 Y1 C2.
-    std::vector<uint8_t> frame(64), a(32, 100), hi(32, 128), up1(16, b.f1), up2(16, b.f2);
-    for (int i = 0; i < kPairs; ++i) {
-        frame[4 * i] = 100;
-        frame[4 * i + 1] = b.c1;
-        frame[4 * i + 2] = 100;
-        frame[4 * i + 3] = b.c2;
-    }
-    auto fn = chroma_only ? (vector ? restore_interleave_uv422_neon : restore_interleave_uv422_c)
-                          : (vector ? restore_interleave_yuv422_neon : restore_interleave_yuv422_c);
-    fn(frame.data(), a.data(), hi.data(), up1.data(), up2.data(), 32, 1, b.S);
-    out.clear();
-    for (int i = 0; i < kPairs; ++i) {
-        out.push_back(frame[4 * i + 1]);
-        out.push_back(frame[4 * i + 3]);
-    }
-}
-
-const blend_kernel kBlendKernels[] = {
-    {"yuv420_neon", blend_yuv420<true>},     {"yuv420_c", blend_yuv420<false>},
-    {"uv420_neon", blend_uv420<true>},       {"uv420_c", blend_uv420<false>},
-    {"yuv422_neon", blend_422<true, false>}, {"yuv422_c", blend_422<false, false>},
-    {"uv422_neon", blend_422<true, true>},   {"uv422_c", blend_422<false, true>},
-};
-
-void PrintTo(const blend_kernel& k, std::ostream* os) {
-    *os << k.name;
+    return out;
 }
 
 void PrintTo(const blend_case& b, std::ostream* os) {
     *os << b.name;
 }
 
-class Blend : public testing::TestWithParam<std::tuple<blend_kernel, blend_case>> {};
+class Blend : public testing::TestWithParam<std::tuple<kernel, bool, blend_case>> {};
 
 TEST_P(Blend, PairComesOutAsWorkedByHand) {
-    const blend_kernel& k = std::get<0>(GetParam());
-    const blend_case& b = std::get<1>(GetParam());
-    std::vector<uint8_t> out;
-    k.run(b, out);
-    ASSERT_EQ(out.size(), 2u * kPairs);
-    for (int i = 0; i < kPairs; ++i) {
-        EXPECT_EQ(out[2 * i], b.out1) << "pair " << i;
-        EXPECT_EQ(out[2 * i + 1], b.out2) << "pair " << i;
+    const blend_case& b = std::get<2>(GetParam());
+    std::vector<uint8_t> want(32);
+    for (int i = 0; i < 16; ++i) {
+        want[2 * i] = b.out1;
+        want[2 * i + 1] = b.out2;
     }
+    EXPECT_EQ(blend(std::get<0>(GetParam()), std::get<1>(GetParam()), b), want);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Blend, testing::Combine(testing::ValuesIn(kBlendKernels), testing::ValuesIn(kBlends)),
-    [](const testing::TestParamInfo<Blend::ParamType>& info) {
-        return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(Cases, Blend,
+                         testing::Combine(testing::Values(yuv420, uv420, yuv422, uv422),
+                                          testing::Bool(), testing::ValuesIn(kBlends)),
+                         [](const testing::TestParamInfo<Blend::ParamType>& info) {
+                             return std::string(kKernelNames[std::get<0>(info.param)]) +
+                                    (std::get<1>(info.param) ? "_neon_" : "_c_") +
+                                    std::get<2>(info.param).name;
+                         });
 
 // The weights themselves, where the bytes above cannot show them exactly.
 struct weight_case {
@@ -139,25 +105,11 @@ struct weight_case {
     int w;
 };
 
+// S values no scenario uses, each with the rounding, the sign or the wrap it shows.
 const weight_case kWeights[] = {
-    {4, 1, 16},
-    {4, 3, 48},
-    {4, 4, 64},
-    {12, 6, 32},
-    {12, 12, 64},
-    {12, 0, 0},
-    {0, 300, 0},
-    {256, 510, 0},
-    {256, 500, 64},
-    {-12, 100, 0},
-    {1, 510, 64},
-    {600, 4, 0},
-    {600, 5, 1},
-    {600, 100, 11},
-    {32767, 510, 0},
-    {-32768, 255, 0},
-    // S = -1: the numerator is -1 for sad 0, and -1 / -1 = 1.
-    {-1, 0, 1},
+    {600, 4, 0},     {600, 5, 1},      {600, 100, 11}, {1, 510, 64}, {-12, 100, 0},
+    {32767, 510, 0}, {-32768, 255, 0}, {-1, 0, 1},  // the numerator is -1 for sad 0, and -1 / -1 =
+                                                    // 1
 };
 
 TEST(BlendWeight, VectorAndScalarMatchHandWorkedWeights) {
@@ -182,41 +134,45 @@ struct luma_case {
     const char* name;
     bool packed;   // 4:2:2 kernel, else 4:2:0
     int scenario;  // 4:2:0 only
-    int yo, t;     // input luma and rebuilt luma
+    int yo;        // input luma
+    int a, b;      // component planes: the rebuilt luma is clamp(a + b - 128)
     int want;
 };
 
 const luma_case kLuma[] = {
     // 4:2:0 capture: DM 2, shift 1.
-    {"capture_equal", false, 0, 90, 90, 90},
-    {"capture_one_above", false, 0, 90, 91, 90},  // (91 + 90) >> 1
-    {"capture_one_below", false, 0, 90, 89, 89},  // the only change capture makes
-    {"capture_two_above", false, 0, 90, 92, 90},
-    {"capture_far_below", false, 0, 90, 10, 90},
-    {"other_scenario_is_capture", false, 7, 90, 89, 89},
+    {"capture_equal", false, 0, 90, 90, 128, 90},
+    {"capture_one_above", false, 0, 90, 91, 128, 90},  // (91 + 90) >> 1
+    {"capture_one_below", false, 0, 90, 89, 128, 89},  // the only change capture makes
+    {"capture_two_above", false, 0, 90, 92, 128, 90},
+    {"capture_far_below", false, 0, 90, 10, 128, 90},
+    {"other_scenario_is_capture", false, 7, 90, 89, 128, 89},
     // 4:2:0 preview: DM 4, shift 2.
-    {"preview_one_above", false, 1, 90, 91, 90},    // (3 * 91 + 90) >> 2
-    {"preview_one_below", false, 1, 90, 89, 89},    // (3 * 89 + 90) >> 2
-    {"preview_two_above", false, 1, 90, 92, 91},    // (2 * 92 + 2 * 90) >> 2
-    {"preview_three_below", false, 1, 90, 87, 89},  // (87 + 3 * 90) >> 2
-    {"preview_four_above", false, 1, 90, 94, 90},
+    {"preview_one_above", false, 1, 90, 91, 128, 90},    // (3 * 91 + 90) >> 2
+    {"preview_one_below", false, 1, 90, 89, 128, 89},    // (3 * 89 + 90) >> 2
+    {"preview_two_above", false, 1, 90, 92, 128, 91},    // (2 * 92 + 2 * 90) >> 2
+    {"preview_three_below", false, 1, 90, 87, 128, 89},  // (87 + 3 * 90) >> 2
+    {"preview_four_above", false, 1, 90, 94, 128, 90},
+    // The component sum is clamped before the limit: 255 + 255 - 128 gives 255, then
+    // (2 * 255 + 2 * 253) >> 2 = 254; 0 + 0 - 128 gives 0, then (2 * 0 + 2 * 2) >> 2 = 1.
+    {"preview_sum_clamped_high", false, 1, 253, 255, 255, 254},
+    {"preview_sum_clamped_low", false, 1, 2, 0, 0, 1},
     // 4:2:2: dead zone of one code, limit 2.
-    {"packed_one_above", true, 0, 90, 91, 91},
-    {"packed_two_above", true, 0, 90, 92, 91},
-    {"packed_two_below", true, 0, 90, 88, 89},
-    {"packed_three_above", true, 0, 90, 93, 90},
-    {"packed_five_above", true, 0, 90, 95, 90},
+    {"packed_one_above", true, 0, 90, 91, 128, 91},
+    {"packed_two_above", true, 0, 90, 92, 128, 91},
+    {"packed_two_below", true, 0, 90, 88, 128, 89},
+    {"packed_three_above", true, 0, 90, 93, 128, 90},
+    {"packed_five_above", true, 0, 90, 95, 128, 90},
 };
 
 void PrintTo(const luma_case& c, std::ostream* os) {
     *os << c.name;
 }
 
-// Runs one row of 16 pixels (width 16) with component planes a = t, b = 128, so that the
-// rebuilt luma is t; returns the 16 output luma values.
+// Runs one row of 16 pixels (width 16); returns the 16 output luma values.
 std::vector<uint8_t> run_luma(const luma_case& c, bool vector) {
-    std::vector<uint8_t> a(16, static_cast<uint8_t>(c.t)), b(16, 128), up(8, 128);
-    std::vector<uint8_t> out;
+    std::vector<uint8_t> a(16, static_cast<uint8_t>(c.a)), b(16, static_cast<uint8_t>(c.b)),
+        up(8, 128), out(16);
     if (c.packed) {
         std::vector<uint8_t> frame(32, 128);
         for (int i = 0; i < 16; ++i)
@@ -224,10 +180,9 @@ std::vector<uint8_t> run_luma(const luma_case& c, bool vector) {
         (vector ? restore_interleave_yuv422_neon : restore_interleave_yuv422_c)(
             frame.data(), a.data(), b.data(), up.data(), up.data(), 16, 1, 12);
         for (int i = 0; i < 16; ++i)
-            out.push_back(frame[2 * i]);
+            out[i] = frame[2 * i];
     } else {
         std::vector<uint8_t> y(16, static_cast<uint8_t>(c.yo)), vu(16, 128);
-        out.assign(16, 0);
         // Height 1: no chroma row (1 / 2 = 0), so the VU planes are not touched.
         (vector ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
             y.data(), vu.data(), a.data(), b.data(), up.data(), up.data(), 16, 1, 12, out.data(),
@@ -248,26 +203,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, Luma, testing::ValuesIn(kLuma),
                          [](const testing::TestParamInfo<luma_case>& info) {
                              return info.param.name;
                          });
-
-TEST(LumaRebuild, ComponentSumIsClampedBeforeTheLimit) {
-    // a + b - 128 beyond 0 .. 255 clamps: 255 + 255 - 128 gives 255, 0 + 0 - 128 gives 0.
-    for (bool vector : {true, false}) {
-        std::vector<uint8_t> y = {253, 255, 2, 0}, a = {255, 255, 0, 0}, b = {255, 255, 0, 0};
-        y.resize(16, 50);
-        a.resize(16, 50);
-        b.resize(16, 128);
-        std::vector<uint8_t> out(16), vu(16), up(8);
-        (vector ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
-            y.data(), vu.data(), a.data(), b.data(), up.data(), up.data(), 16, 1, 12, out.data(),
-            vu.data(), 1);
-        // Preview: t = 255 vs 253 gives (2 * 255 + 2 * 253) >> 2 = 254; t = 0 vs 2 gives 1.
-        EXPECT_EQ(out[0], 254);
-        EXPECT_EQ(out[1], 255);
-        EXPECT_EQ(out[2], 1);
-        EXPECT_EQ(out[3], 0);
-        EXPECT_EQ(out[4], 50);
-    }
-}
 
 // ---- Sizes --------------------------------------------------------------------------------
 
