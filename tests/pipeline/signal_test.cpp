@@ -20,52 +20,43 @@ double ms_since(clock_type::time_point start) {
     return std::chrono::duration<double, std::milli>(clock_type::now() - start).count();
 }
 
+// With a target of 4 the counter goes 1, 2, 3, then the fourth call wakes the one waiter (as
+// the stage driver waits) and resets it; the fifth counts 1 again.
 TEST(RunSignal, SignalsOnTheTargetCallOnlyAndResets) {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
     int32_t counter = 0;
-    int wakes = 0;
     bool waiting = false;
-    bool stop = false;
-    // One waiter, as the stage driver; it counts every wake-up it gets.
+    std::atomic<bool> woken{false};
     std::thread waiter([&] {
         pthread_mutex_lock(&mutex);
-        while (!stop) {
-            waiting = true;
-            pthread_cond_wait(&cond, &mutex);
-            waiting = false;
-            wakes += 1;
-        }
+        waiting = true;
+        pthread_cond_wait(&cond, &mutex);
+        woken = true;
         pthread_mutex_unlock(&mutex);
     });
-    auto state = [&](bool* is_waiting) {
+    for (bool parked = false; !parked; std::this_thread::yield()) {
         pthread_mutex_lock(&mutex);
-        const int n = wakes;
-        *is_waiting = waiting;
+        parked = waiting;
         pthread_mutex_unlock(&mutex);
-        return n;
-    };
+    }
     const int32_t counts[] = {1, 2, 3, 0, 1};
-    const int wakes_after[] = {0, 0, 0, 1, 1};
-    for (int call = 0; call < 5; ++call) {
-        bool is_waiting = false;
-        while (state(&is_waiting), !is_waiting)
-            std::this_thread::yield();
+    for (int call = 1; call <= 5; ++call) {
         pthread_mutex_lock(&mutex);
         vantor_run_signal(&cond, &counter, 4);
-        EXPECT_EQ(counter, counts[call]) << "after call " << call + 1;
+        EXPECT_EQ(counter, counts[call - 1]) << "after call " << call;
         pthread_mutex_unlock(&mutex);
         // Time for a wake-up to land; the fourth call must produce one.
-        const auto end = clock_type::now() + std::chrono::seconds(5);
-        do {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        } while (state(&is_waiting) < wakes_after[call] && clock_type::now() < end);
-        EXPECT_EQ(state(&is_waiting), wakes_after[call]) << "after call " << call + 1;
+        const auto end = clock_type::now() + std::chrono::milliseconds(call == 4 ? 5000 : 50);
+        while (woken != (call >= 4) && clock_type::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_EQ(woken, call >= 4) << "after call " << call;
     }
-    pthread_mutex_lock(&mutex);
-    stop = true;
-    pthread_cond_signal(&cond);
-    pthread_mutex_unlock(&mutex);
+    if (!woken) {
+        pthread_mutex_lock(&mutex);
+        pthread_cond_signal(&cond);
+        pthread_mutex_unlock(&mutex);
+    }
     waiter.join();
 }
 
