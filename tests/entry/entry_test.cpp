@@ -183,45 +183,6 @@ TEST_F(Entry, NullHandleIsRefusedByRunAndDeinit) {
 
 // ---- vantor_run --------------------------------------------------------------------------
 
-// The two progress lines of a frame: slot 0, the input addresses, and for NV21 the output
-// plane moved back over the padding rows (8 rows of 1920 for a height of 1080).
-TEST_F(Entry, RunLogsSlotZeroAddressesAndOutputPlanes) {
-    const struct {
-        uint32_t format;
-        int32_t height;
-        const char* name;
-        ptrdiff_t out2_shift;
-    } cases[] = {{VTR_NV21, 1080, "VTR_NV21", 15360},
-                 {VTR_NV21_M, 1080, "VTR_NV21_M", 0},
-                 {VTR_YUY2, 1080, "VTR_YUV2", -1}};
-    void* h = vantor_init(1920, 1088, VTR_SCENARIO_PREVIEW);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    nv21_frame f(3840, 1080, 5);  // YUY2: the same bytes, 2 x 1920 wide
-    for (const auto& c : cases) {
-        vtest::log_clear();
-        EXPECT_EQ(vantor_run(h, f.y(), f.vu(), 1920, c.height, c.format),
-                  &static_cast<vantor_handle*>(h)->result[0]);
-        const std::vector<vtest::log_line> lines = vtest::log_lines();
-        ASSERT_GE(lines.size(), 2u);
-        char want[2][256];
-        snprintf(want[0], sizeof want[0],
-                 "vantor_run[0][VTR_SCENARIO_PREVIEW] width(1920), height(%d), in_address_1(%p), "
-                 "in_address_2(%p)\n",
-                 c.height, reinterpret_cast<void*>(f.y()), reinterpret_cast<void*>(f.vu()));
-        snprintf(want[1], sizeof want[1],
-                 c.out2_shift < 0 ? "vantor_run[VTR_SCENARIO_PREVIEW], format[%s]"
-                                  : "vantor_run[VTR_SCENARIO_PREVIEW], format[%s], "
-                                    "out_address_1(%p), out_address_2(%p)",
-                 c.name, reinterpret_cast<void*>(f.y()),
-                 reinterpret_cast<void*>(f.vu() - c.out2_shift));
-        EXPECT_EQ(lines[0].text, want[0]);
-        EXPECT_EQ(lines[1].text, want[1]);
-        EXPECT_EQ(lines[1].prio, 4);
-    }
-    EXPECT_EQ(vantor_deinit(h), 0);
-}
-
 TEST_F(Entry, UnknownFormatLeavesTheSlotLockedSoTheNextCallerBlocks) {
     void* h = vantor_init(640, 480, VTR_SCENARIO_PREVIEW);
     ASSERT_NE(h, nullptr);
