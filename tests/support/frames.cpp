@@ -45,27 +45,9 @@ const pattern all_patterns[9] = {pattern::random,  pattern::flat,       pattern:
                                  pattern::impulse, pattern::noise_full, pattern::extremes};
 
 const char* pattern_name(pattern p) {
-    switch (p) {
-        case pattern::random:
-            return "random";
-        case pattern::flat:
-            return "flat";
-        case pattern::ramp:
-            return "ramp";
-        case pattern::step12:
-            return "step12";
-        case pattern::step13:
-            return "step13";
-        case pattern::step14:
-            return "step14";
-        case pattern::impulse:
-            return "impulse";
-        case pattern::noise_full:
-            return "noise_full";
-        case pattern::extremes:
-            return "extremes";
-    }
-    return "?";
+    static const char* const names[] = {"random", "flat",    "ramp",       "step12",  "step13",
+                                        "step14", "impulse", "noise_full", "extremes"};
+    return names[static_cast<int>(p)];
 }
 
 void fill_plane(uint8_t* p, int width, int height, int stride, pattern kind, rng& r) {

@@ -17,8 +17,8 @@ std::vector<log_line>& lines() {
     static std::vector<log_line> v;
     return v;
 }
-bool& echo() {
-    static bool on = getenv("VANTOR_TEST_LOG") != nullptr;
+bool echo() {
+    static const bool on = getenv("VANTOR_TEST_LOG") != nullptr;
     return on;
 }
 
@@ -40,20 +40,6 @@ int log_count(int prio, const std::string& text) {
     for (const auto& l : lines())
         n += l.prio == prio && l.text == text;
     return n;
-}
-
-std::vector<log_line> log_starting_with(const std::string& prefix) {
-    std::lock_guard<std::mutex> g(lock());
-    std::vector<log_line> out;
-    for (const auto& l : lines())
-        if (l.text.compare(0, prefix.size(), prefix) == 0)
-            out.push_back(l);
-    return out;
-}
-
-void log_echo(bool on) {
-    std::lock_guard<std::mutex> g(lock());
-    echo() = on;
 }
 
 }  // namespace vtest

@@ -7,8 +7,12 @@
 #ifndef VANTOR_TESTS_TWIN_H
 #define VANTOR_TESTS_TWIN_H
 
+#include <string.h>
+
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "support/frames.h"
 
@@ -28,6 +32,39 @@ struct context {
     // Checks the front guard of a guarded output buffer.
     bool intact(const vtest::guarded& out, const std::string& what);
 };
+
+// Outputs start with this value, so that a write outside the expected area shows as a
+// difference from the scalar twin, which leaves it alone.
+constexpr uint8_t kUnwritten = 0x5A;
+
+// A guarded input plane of width x height samples, row stride `stride` (0: width), ending
+// right after its last sample (at least one byte), in test pattern `kind` (-1: a random one).
+struct input : vtest::guarded {
+    input(int width, int height, vtest::rng& r, int stride = 0, int kind = -1);
+    // "WxH pattern" for failure messages.
+    std::string label(int width, int height) const;
+    vtest::pattern pattern;
+};
+
+// Runs call(false, outputs) for the scalar twin and call(true, outputs) for the vector kernel,
+// each into its own guarded outputs of the given sizes, prefilled with kUnwritten, and
+// compares them byte for byte together with the guard in front of each vector output.
+bool same_outputs(context& ctx, const std::string& what,
+                  const std::vector<std::unique_ptr<vtest::guarded>> (&out)[2]);
+template <typename Call>
+bool twins(context& ctx, const std::string& what, const std::vector<size_t>& sizes, Call call) {
+    std::vector<std::unique_ptr<vtest::guarded>> out[2];
+    for (int v = 0; v < 2; ++v) {
+        std::vector<uint8_t*> ptr;
+        for (size_t n : sizes) {
+            out[v].emplace_back(new vtest::guarded(n > 0 ? n : 1));
+            ptr.push_back(out[v].back()->data());
+            memset(ptr.back(), kUnwritten, out[v].back()->size());
+        }
+        call(v == 1, ptr.data());
+    }
+    return same_outputs(ctx, what, out);
+}
 
 class bench_timer {
   public:

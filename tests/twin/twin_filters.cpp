@@ -13,16 +13,6 @@
 
 namespace {
 
-using vtest::guarded;
-
-// Outputs start with this value, so that writes outside the expected area show as differences.
-constexpr uint8_t kUnwritten = 0x5A;
-
-std::string dims(int width, int height, int stride, vtest::pattern p) {
-    return std::to_string(width) + "x" + std::to_string(height) + " stride " +
-           std::to_string(stride) + " " + vtest::pattern_name(p);
-}
-
 box_filter_job job_of(const uint8_t* src, uint8_t* low, uint8_t* high, int stride, int height,
                       int width) {
     box_filter_job j{};
@@ -35,80 +25,48 @@ box_filter_job job_of(const uint8_t* src, uint8_t* low, uint8_t* high, int strid
     return j;
 }
 
-// A third below the 64-row running-sum minimum, a third around it, the rest up to 400 rows.
-int box_height(vtest::rng& r) {
-    const int band = r.range(0, 2);
-    return band == 0 ? r.range(1, 63) : band == 1 ? r.range(61, 67) : r.range(68, 400);
-}
-
-// The job runs on a strip at column `offset` of a wider plane (nothing else may change) against
-// box_filter_column_c on every strip column. box_filter_col_neon runs against box_filter_col_c
-// on a plane that ends right after its last whole block, the last byte it may touch.
-bool box_trial(twin::context& ctx, bool job) {
+// Heights: a third below the 64-row running-sum minimum, a third around it, the rest up to
+// 400 rows. The job runs on a strip at column `offset` of a wider plane (nothing else may
+// change) against box_filter_column_c on every strip column. box_filter_col_neon runs against
+// box_filter_col_c on a plane that ends right after its last whole block, the last byte it may
+// touch.
+template <bool job>
+bool box_trial(twin::context& ctx) {
     vtest::rng& r = ctx.r;
     const int width = r.range(0, 4) == 0 ? r.range(0, 40) : r.range(32, 260);
-    const int height = box_height(r);
+    const int band = r.range(0, 2);
+    const int height = band == 0 ? r.range(1, 63) : band == 1 ? r.range(61, 67) : r.range(68, 400);
     const int offset = job && r.range(0, 1) ? r.range(1, 48) : 0;
     const int stride = offset + width + (r.range(0, 1) ? 0 : r.range(1, 40)) + (width == 0);
     const int last_row = job ? stride : (width & ~31) > 0 ? width & ~31 : 1;
-    const size_t bytes = static_cast<size_t>(stride) * (height - 1) + last_row;
-    guarded src(bytes), low_c(bytes), high_c(bytes), low_v(bytes), high_v(bytes);
-    for (vtest::pattern p : vtest::all_patterns) {
-        memset(src.data(), 0, bytes);
-        vtest::fill_plane(src.data(), last_row, height, stride, p, r);
-        for (guarded* g : {&low_c, &high_c, &low_v, &high_v})
-            memset(g->data(), kUnwritten, bytes);
-        if (job) {
-            for (int x = offset; x < offset + width; ++x)
-                box_filter_column_c(src.data() + x, low_c.data() + x, high_c.data() + x, stride,
-                                    height);
-            box_filter_job j = job_of(src.data() + offset, low_v.data() + offset,
-                                      high_v.data() + offset, stride, height, width);
-            box_filter_run_job(&j);
-        } else {
-            box_filter_col_c(src.data(), low_c.data(), high_c.data(), stride, height, width);
-            box_filter_col_neon(src.data(), low_v.data(), high_v.data(), stride, height, width);
-        }
-        const std::string what =
-            dims(width, height, stride, p) + " offset " + std::to_string(offset);
-        // All rows but the last at full stride, then the last row's bytes.
-        const size_t tail = bytes - last_row;
-        for (auto o : {std::make_pair(&low_c, &low_v), std::make_pair(&high_c, &high_v)}) {
-            const uint8_t* c = o.first->data();
-            const uint8_t* v = o.second->data();
-            const std::string plane = what + (o.first == &low_c ? " low" : " high");
-            if (!ctx.same(c, v, stride, height - 1, stride, plane) ||
-                !ctx.same(c + tail, v + tail, last_row, 1, last_row, plane + ", last row") ||
-                !ctx.intact(*o.second, plane))
-                return false;
-        }
+    for (int kind = 0; kind < 9; ++kind) {
+        const twin::input src(last_row, height, r, stride, kind);
+        const std::string what = src.label(width, height) + " stride " + std::to_string(stride) +
+                                 " offset " + std::to_string(offset);
+        if (!twin::twins(ctx, what, {src.size(), src.size()}, [&](bool v, uint8_t** o) {
+                if (!job) {
+                    (v ? box_filter_col_neon : box_filter_col_c)(src.data(), o[0], o[1], stride,
+                                                                 height, width);
+                } else if (v) {
+                    box_filter_job j = job_of(src.data() + offset, o[0] + offset, o[1] + offset,
+                                              stride, height, width);
+                    box_filter_run_job(&j);
+                }
+                for (int x = offset; job && !v && x < offset + width; ++x)
+                    box_filter_column_c(src.data() + x, o[0] + x, o[1] + x, stride, height);
+            }))
+            return false;
     }
     return true;
 }
 
-bool box_filter_col_trial(twin::context& ctx) {
-    return box_trial(ctx, false);
-}
-
-bool box_filter_run_job_trial(twin::context& ctx) {
-    return box_trial(ctx, true);
-}
-
-// Runs `scalar` and `vector` on the same plane for every pattern and compares the outputs.
-template <typename Scalar, typename Vector>
-bool bilateral_pair(twin::context& ctx, const std::string& what, int height, int width,
-                    Scalar scalar, Vector vector) {
-    const size_t bytes = static_cast<size_t>(width) * height;
-    guarded src(bytes), out_c(bytes), out_v(bytes);
-    for (vtest::pattern p : vtest::all_patterns) {
-        vtest::fill_plane(src.data(), width, height, width, p, ctx.r);
-        memset(out_c.data(), kUnwritten, bytes);
-        memset(out_v.data(), kUnwritten, bytes);
-        scalar(src.data(), out_c.data());
-        vector(src.data(), out_v.data());
-        const std::string where = what + " " + dims(width, height, width, p);
-        if (!ctx.same(out_c.data(), out_v.data(), width, height, width, where) ||
-            !ctx.intact(out_v, where))
+// `run(vector, src, dst)` on the same plane in every pattern.
+template <typename Run>
+bool bilateral_pair(twin::context& ctx, const std::string& what, int height, int width, Run run) {
+    for (int kind = 0; kind < 9; ++kind) {
+        const twin::input src(width, height, ctx.r, 0, kind);
+        if (!twin::twins(ctx, what + " " + src.label(width, height), {src.size()},
+                         [&](bool v, uint8_t** o) { run(v, src.data(), o[0]); }))
             return false;
     }
     return true;
@@ -134,26 +92,22 @@ bool span3_center_trial(twin::context& ctx) {
     }
     const std::string what = "margins " + std::to_string(t) + "," + std::to_string(b) + "," +
                              std::to_string(left) + "," + std::to_string(right);
-    return bilateral_pair(
-        ctx, what, height, width,
-        [&](const uint8_t* s, uint8_t* d) {
-            bilateral_filter_span3_center_c(s, d, height, width, t, b, left, right);
-        },
-        [&](const uint8_t* s, uint8_t* d) {
-            bilateral_filter_span3_center_neon(s, d, height, width, t, b, left, right);
-        });
+    return bilateral_pair(ctx, what, height, width, [&](bool v, const uint8_t* s, uint8_t* d) {
+        (v ? bilateral_filter_span3_center_neon : bilateral_filter_span3_center_c)(
+            s, d, height, width, t, b, left, right);
+    });
 }
 
 // The whole 7x7 filter with the vector centre against the scalar method on every pixel.
 bool span3_plane_trial(twin::context& ctx) {
     const int height = plane_size(ctx.r, 9, 80), width = plane_size(ctx.r, 16, 160);
-    return bilateral_pair(
-        ctx, "plane", height, width,
-        [&](const uint8_t* s, uint8_t* d) {
+    return bilateral_pair(ctx, "plane", height, width, [&](bool v, const uint8_t* s, uint8_t* d) {
+        if (v)
+            bilateral_filter_span3(s, d, height, width);
+        else
             bilateral_filter_rect_c(s, d, height, width, 3, 3, range_weight_span3,
                                     {0, 0, height, width});
-        },
-        [&](const uint8_t* s, uint8_t* d) { bilateral_filter_span3(s, d, height, width); });
+    });
 }
 
 // ---- bench: the sizes of a 1920x1088 frame
@@ -207,8 +161,8 @@ void span3_plane_bench(twin::bench_timer& timer) {
 }
 
 const twin::twin_case kCases[] = {
-    {"box_filter_col", box_filter_col_trial, box_filter_col_bench},
-    {"box_filter_run_job", box_filter_run_job_trial, box_filter_run_job_bench},
+    {"box_filter_col", box_trial<false>, box_filter_col_bench},
+    {"box_filter_run_job", box_trial<true>, box_filter_run_job_bench},
     {"bilateral_filter_span3_center", span3_center_trial, span3_center_bench},
     {"bilateral_filter_span3_plane", span3_plane_trial, span3_plane_bench},
 };

@@ -38,6 +38,32 @@ bool context::intact(const vtest::guarded& out, const std::string& what) {
     return fail(what + ": overwrite in front of the buffer");
 }
 
+input::input(int width, int height, vtest::rng& r, int stride, int kind)
+    : guarded(width > 0 && height > 0
+                  ? static_cast<size_t>(stride ? stride : width) * (height - 1) + width
+                  : 1),
+      pattern(vtest::all_patterns[kind < 0 ? r.range(0, 8) : kind]) {
+    memset(data(), 0, size());
+    vtest::fill_plane(data(), width, height, stride ? stride : width, pattern, r);
+}
+
+std::string input::label(int width, int height) const {
+    return std::to_string(width) + "x" + std::to_string(height) + " " +
+           vtest::pattern_name(pattern);
+}
+
+bool same_outputs(context& ctx, const std::string& what,
+                  const std::vector<std::unique_ptr<vtest::guarded>> (&out)[2]) {
+    for (size_t i = 0; i < out[0].size(); ++i) {
+        const int n = static_cast<int>(out[0][i]->size());
+        const std::string where = what + " output " + std::to_string(i);
+        if (!ctx.same(out[0][i]->data(), out[1][i]->data(), n, 1, n, where) ||
+            !ctx.intact(*out[1][i], where))
+            return false;
+    }
+    return true;
+}
+
 void bench_timer::pair(const std::string& label, double bytes, const std::function<void()>& scalar,
                        const std::function<void()>& vector) {
     auto best_ns = [](const std::function<void()>& f) {

@@ -15,56 +15,11 @@
 
 namespace {
 
-using vtest::guarded;
-
-// Fill value of output buffers, so that a write outside the expected area shows as a
-// difference from the scalar twin, which leaves it alone.
-constexpr uint8_t kUnwritten = 0x5A;
+using twin::input;
 
 // 1080p geometry for the bench functions: width and luma rows (aligned to 16).
 constexpr int kBenchW = 1920;
 constexpr int kBenchH = 1088;
-
-// A guarded width x height input plane (at least one byte) in a random test pattern.
-struct input : guarded {
-    input(int width, int height, vtest::rng& r)
-        : guarded(width > 0 && height > 0 ? static_cast<size_t>(width) * height : 1),
-          pattern(vtest::all_patterns[r.range(0, 8)]) {
-        memset(data(), 0, size());
-        vtest::fill_plane(data(), width, height, width, pattern, r);
-    }
-    vtest::pattern pattern;
-};
-
-std::string dims(int width, int height, const input& in) {
-    return std::to_string(width) + "x" + std::to_string(height) + " " +
-           vtest::pattern_name(in.pattern);
-}
-
-// Runs call(false, outputs) for the scalar twin and call(true, outputs) for the vector kernel,
-// each into its own guarded outputs of the given sizes, prefilled with kUnwritten, and
-// compares them byte for byte together with the guard in front of each vector output.
-template <typename Call>
-bool twins(twin::context& ctx, const std::string& what, const std::vector<size_t>& sizes,
-           Call call) {
-    std::vector<std::unique_ptr<guarded>> out[2];
-    std::vector<uint8_t*> ptr[2];
-    for (int v = 0; v < 2; ++v) {
-        for (size_t n : sizes) {
-            out[v].emplace_back(new guarded(n > 0 ? n : 1));
-            memset(out[v].back()->data(), kUnwritten, out[v].back()->size());
-            ptr[v].push_back(out[v].back()->data());
-        }
-        call(v == 1, ptr[v].data());
-    }
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        const int n = static_cast<int>(out[0][i]->size());
-        const std::string where = what + " output " + std::to_string(i);
-        if (!ctx.same(ptr[0][i], ptr[1][i], n, 1, n, where) || !ctx.intact(*out[1][i], where))
-            return false;
-    }
-    return true;
-}
 
 // ---- Deinterleave -------------------------------------------------------------------------
 
@@ -85,10 +40,11 @@ bool deinterleave_yuv420_trial(twin::context& ctx) {
     // VU plane of height / 2 rows; the kernel reads rows 0, 8, ... below height_bound / 2.
     const input vu(s.width, s.height / 2, ctx.r);
     const size_t blocks = static_cast<size_t>(s.height_bound / 16) * (s.width / 16);
-    return twins(ctx, dims(s.width, s.height, vu), {blocks, blocks}, [&](bool v, uint8_t** o) {
-        (v ? deinterleave_yuv420_uv_downsample_neon : deinterleave_yuv420_uv_downsample_c)(
-            o[0], o[1], vu.data(), s.width_bound, s.height_bound, s.width);
-    });
+    return twin::twins(
+        ctx, vu.label(s.width, s.height), {blocks, blocks}, [&](bool v, uint8_t** o) {
+            (v ? deinterleave_yuv420_uv_downsample_neon : deinterleave_yuv420_uv_downsample_c)(
+                o[0], o[1], vu.data(), s.width_bound, s.height_bound, s.width);
+        });
 }
 
 void deinterleave_yuv420_bench(twin::bench_timer& timer) {
@@ -113,8 +69,8 @@ bool deinterleave_422_trial(twin::context& ctx) {
     const int rows = std::max(16 * bands, s.height);
     const input packed(2 * s.width, rows, ctx.r);
     const size_t blocks = static_cast<size_t>(bands) * (s.width / 16);
-    return twins(
-        ctx, dims(s.width, s.height, packed) + " height_bound " + std::to_string(s.height_bound),
+    return twin::twins(
+        ctx, packed.label(s.width, s.height) + " height_bound " + std::to_string(s.height_bound),
         {static_cast<size_t>(rows) * s.width, blocks, blocks}, [&](bool v, uint8_t** o) {
             (v ? Vector : Scalar)(o[0], o[1], o[2], packed.data(), s.width, s.height_bound,
                                   s.width_bound);
@@ -184,8 +140,8 @@ bool upsample_trial(twin::context& ctx) {
         w |= 1;
     const int h = ctx.r.range(0, 3) == 0 ? ctx.r.range(0, 3) : ctx.r.range(1, 70);
     const input src(w, h, ctx.r);
-    return twins(ctx, dims(w, h, src), {kUpsamplers[I].out_per_sample * w * h},
-                 [&](bool v, uint8_t** o) { kUpsamplers[I].run(v, o[0], src.data(), w, h); });
+    return twin::twins(ctx, src.label(w, h), {kUpsamplers[I].out_per_sample * w * h},
+                       [&](bool v, uint8_t** o) { kUpsamplers[I].run(v, o[0], src.data(), w, h); });
 }
 
 template <int I>
@@ -243,21 +199,21 @@ bool restore_yuv420_trial(twin::context& ctx) {
     const input y(width, height, r), a(width, height, r), b(width, height, r),
         vu(width, height / 2, r);
     const upsampled up1(vu_bytes / 2, vu.data(), 2, r), up2(vu_bytes / 2, vu.data() + 1, 2, r);
-    return twins(ctx,
-                 restore_what(width, height, S, in_place) + " scenario " + std::to_string(scenario),
-                 {luma, vu_bytes}, [&](bool v, uint8_t** o) {
-                     const uint8_t* y_in = y.data();
-                     const uint8_t* vu_in = vu.data();
-                     if (v && in_place) {
-                         memcpy(o[0], y_in, luma);
-                         memcpy(o[1], vu_in, vu_bytes);
-                         y_in = o[0];
-                         vu_in = o[1];
-                     }
-                     (v ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
-                         y_in, vu_in, a.data(), b.data(), up1.data(), up2.data(), width, height, S,
-                         o[0], o[1], scenario);
-                 });
+    return twin::twins(
+        ctx, restore_what(width, height, S, in_place) + " scenario " + std::to_string(scenario),
+        {luma, vu_bytes}, [&](bool v, uint8_t** o) {
+            const uint8_t* y_in = y.data();
+            const uint8_t* vu_in = vu.data();
+            if (v && in_place) {
+                memcpy(o[0], y_in, luma);
+                memcpy(o[1], vu_in, vu_bytes);
+                y_in = o[0];
+                vu_in = o[1];
+            }
+            (v ? restore_interleave_yuv420_neon : restore_interleave_yuv420_c)(
+                y_in, vu_in, a.data(), b.data(), up1.data(), up2.data(), width, height, S, o[0],
+                o[1], scenario);
+        });
 }
 
 bool restore_uv420_trial(twin::context& ctx) {
@@ -269,16 +225,17 @@ bool restore_uv420_trial(twin::context& ctx) {
     const size_t vu_bytes = static_cast<size_t>(rows) * 16 * ((width + 31) / 32);
     const input vu(static_cast<int>(vu_bytes), 1, r);
     const upsampled up1(vu_bytes / 2, vu.data(), 2, r), up2(vu_bytes / 2, vu.data() + 1, 2, r);
-    return twins(ctx, restore_what(width, rows, S, in_place), {vu_bytes}, [&](bool v, uint8_t** o) {
-        const uint8_t* in = vu.data();
-        if (v && in_place) {
-            memcpy(o[0], in, vu_bytes);
-            in = o[0];
-        }
-        // The luma arguments are not read: null pointers prove it.
-        (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
-            nullptr, in, nullptr, nullptr, up1.data(), up2.data(), width, rows, S, o[0]);
-    });
+    return twin::twins(
+        ctx, restore_what(width, rows, S, in_place), {vu_bytes}, [&](bool v, uint8_t** o) {
+            const uint8_t* in = vu.data();
+            if (v && in_place) {
+                memcpy(o[0], in, vu_bytes);
+                in = o[0];
+            }
+            // The luma arguments are not read: null pointers prove it.
+            (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
+                nullptr, in, nullptr, nullptr, up1.data(), up2.data(), width, rows, S, o[0]);
+        });
 }
 
 using restore422_fn = void (*)(uint8_t*, const uint8_t*, const uint8_t*, const uint8_t*,
@@ -292,10 +249,12 @@ bool restore_422_trial(twin::context& ctx) {
     const size_t luma = static_cast<size_t>(width) * height;
     const input frame(2 * width, height, r), a(width, height, r), b(width, height, r);
     const upsampled up1(luma / 2, frame.data() + 1, 4, r), up2(luma / 2, frame.data() + 3, 4, r);
-    return twins(ctx, restore_what(width, height, S, true), {2 * luma}, [&](bool v, uint8_t** o) {
-        memcpy(o[0], frame.data(), 2 * luma);
-        (v ? Vector : Scalar)(o[0], a.data(), b.data(), up1.data(), up2.data(), width, height, S);
-    });
+    return twin::twins(ctx, restore_what(width, height, S, true), {2 * luma},
+                       [&](bool v, uint8_t** o) {
+                           memcpy(o[0], frame.data(), 2 * luma);
+                           (v ? Vector : Scalar)(o[0], a.data(), b.data(), up1.data(), up2.data(),
+                                                 width, height, S);
+                       });
 }
 
 // Every saturation value a kernel can be given, against every pair distance: the vector
