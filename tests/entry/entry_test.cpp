@@ -333,55 +333,6 @@ TEST_F(Entry, TeardownBeforeAnyWorkerStartsLeavesTheHandleToTheLastWorker) {
     EXPECT_EQ(hooks.frees(), 12);
 }
 
-// ---- workers that meet an unknown format -------------------------------------------------------
-
-// Stages started by hand on a record whose formats changed after the driver's check: the strip
-// workers and the U and V workers leave, the Y and box-filter workers stay, and the next frame
-// finds its first stage short of workers.
-TEST_F(Entry, WorkersGiveUpOnAnUnknownFormatAndLaterFramesFail) {
-    void* h = vantor_init(224, 112, VTR_SCENARIO_PREVIEW);
-    ASSERT_NE(h, nullptr);
-    ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
-    vantor_handle* v = static_cast<vantor_handle*>(h);
-    vantor_thread* t = &v->thread[0];
-    pthread_mutex_lock(&t->mutex);
-    t->width = 224;
-    t->aligned_height = 112;
-    t->downsampled_u = v->downsampled_u[0];
-    t->downsampled_v = v->downsampled_v[0];
-    t->downsampled_y = v->downsampled_y[0];
-    t->filtered_u = v->filtered_u;
-    t->filtered_v = v->filtered_v;
-    t->filtered_y = v->filtered_y;
-    t->upsampled_u = v->upsampled_u;
-    t->upsampled_v = v->upsampled_v;
-    t->y_low = v->y_low[0];
-    t->format = 0;
-    for (deinterleave_job& j : t->deinterleave_job)
-        j.format = 0x59565559;  // "YUVY": not a format
-    for (interleave_job& j : t->interleave_job)
-        j.format = 0;
-    t->deinterleave_ready = t->yuv_ready = t->interleave_ready = 0;
-    pthread_cond_broadcast(&t->deinterleave_cond);
-    pthread_cond_broadcast(&t->yuv_cond);
-    pthread_cond_broadcast(&t->interleave_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, 300, "test");
-    pthread_mutex_unlock(&t->mutex);
-    EXPECT_EQ(vtest::wait_threads_since(baseline_, 5, 2000), 5u);
-    EXPECT_EQ(vtest::log_count(6, "vantor_u, Not supported format"), 1);
-    EXPECT_EQ(vtest::log_count(6, "vantor_v, Not supported format"), 1);
-    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave_thread_func, Not supported format"), 4);
-    EXPECT_EQ(vtest::log_count(6, "vantor_interleave_thread_func, Not supported format"), 4);
-
-    nv21_frame f(224, 112, 8);
-    vtest::log_clear();
-    vantor_run(h, f.y(), f.vu(), 224, 112, VTR_NV21);
-    EXPECT_EQ(vtest::log_count(6, "vantor_deinterleave, ready sub thread wait"), 1);
-    vtest::log_clear();
-    EXPECT_EQ(vantor_deinit(h), 0);
-    EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "only 5 can report";
-}
-
 // ---- niceness ------------------------------------------------------------------------------
 
 TEST_F(Entry, WorkersAndCallerTakeTheScenarioNiceness) {

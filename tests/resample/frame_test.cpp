@@ -34,17 +34,11 @@ constexpr int kEdgeX = kW / 2;    // the scene's colour edge, in luma columns
 
 // The working planes of one handle, for one frame.
 struct work {
-    std::vector<uint8_t> y_old = std::vector<uint8_t>(kW * kH);
-    std::vector<uint8_t> y_low = std::vector<uint8_t>(kW * kH);
-    std::vector<uint8_t> y_high = std::vector<uint8_t>(kW * kH);
-    std::vector<uint8_t> down_y = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> down_u = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> down_v = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> filt_y = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> filt_u = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> filt_v = std::vector<uint8_t>(kBW * kBH);
-    std::vector<uint8_t> up_u = std::vector<uint8_t>(kH * kCW);
-    std::vector<uint8_t> up_v = std::vector<uint8_t>(kH * kCW);
+    using plane = std::vector<uint8_t>;
+    plane y_old = plane(kW * kH), y_low = plane(kW * kH), y_high = plane(kW * kH);
+    plane down_y = plane(kBW * kBH), down_u = plane(kBW * kBH), down_v = plane(kBW * kBH);
+    plane filt_y = plane(kBW * kBH), filt_u = plane(kBW * kBH), filt_v = plane(kBW * kBH);
+    plane up_u = plane(kH * kCW), up_v = plane(kH * kCW);
 };
 
 // Stages 2 and 3 of the pipeline, common to both formats once the luma is in `luma` and the
@@ -83,23 +77,14 @@ struct chroma_view {
     int rows, row_step;         // scene row of view row r is r * row_step
 };
 
-chroma_view view_nv21(const std::vector<uint8_t>& vu) {
-    chroma_view cv{{}, {}, kH / 2, 2};
-    for (int r = 0; r < kH / 2; ++r) {
+// NV21 chroma rows hold V then U; YUYV rows hold Y0 U Y1 V.
+chroma_view view(const std::vector<uint8_t>& bytes, bool packed) {
+    chroma_view cv{{}, {}, packed ? kH : kH / 2, packed ? 1 : 2};
+    for (int r = 0; r < cv.rows; ++r) {
         for (int c = 0; c < kCW; ++c) {
-            cv.v.push_back(vu[r * kW + 2 * c]);
-            cv.u.push_back(vu[r * kW + 2 * c + 1]);
-        }
-    }
-    return cv;
-}
-
-chroma_view view_yuyv(const std::vector<uint8_t>& frame) {
-    chroma_view cv{{}, {}, kH, 1};
-    for (int r = 0; r < kH; ++r) {
-        for (int c = 0; c < kCW; ++c) {
-            cv.u.push_back(frame[r * 2 * kW + 4 * c + 1]);
-            cv.v.push_back(frame[r * 2 * kW + 4 * c + 3]);
+            const size_t i = packed ? r * 2 * kW + 4 * c + 1 : r * kW + 2 * c;
+            cv.u.push_back(bytes[packed ? i : i + 1]);
+            cv.v.push_back(bytes[packed ? i + 2 : i]);
         }
     }
     return cv;
@@ -198,7 +183,7 @@ TEST(OneThreadFrame, Nv21CaptureFadesBlotchesAndKeepsTheEdge) {
     std::vector<uint8_t> y(kW * kH), vu(kW * kH / 2);
     vtest::pack_nv21(s, y.data(), vu.data());
     const std::vector<uint8_t> y_in = y;
-    const chroma_view before = view_nv21(vu);
+    const chroma_view before = view(vu, false);
 
     work w;
     // The pipeline passes downsampled_u as the first output: for NV21 it holds V.
@@ -208,7 +193,7 @@ TEST(OneThreadFrame, Nv21CaptureFadesBlotchesAndKeepsTheEdge) {
                                    w.up_u.data(), w.up_v.data(), kW, kH, kCapture, y.data(),
                                    vu.data(), VTR_SCENARIO_CAPTURE);
 
-    expect_viewer_sees_cleaner_frame(before, view_nv21(vu), s);
+    expect_viewer_sees_cleaner_frame(before, view(vu, false), s);
     expect_luma_kept(y_in, y, true);
 }
 
@@ -216,7 +201,7 @@ TEST(OneThreadFrame, YuyvCaptureFadesBlotchesAndKeepsTheEdge) {
     const vtest::scene s = vtest::make_scene(kW, kH, 78, kAmplitude);
     std::vector<uint8_t> frame(2 * kW * kH);
     vtest::pack_yuyv(s, frame.data());
-    const chroma_view before = view_yuyv(frame);
+    const chroma_view before = view(frame, true);
 
     work w;
     deinterleave_yuv422_uv_downsample_neon(w.y_old.data(), w.down_u.data(), w.down_v.data(),
@@ -226,7 +211,7 @@ TEST(OneThreadFrame, YuyvCaptureFadesBlotchesAndKeepsTheEdge) {
     restore_interleave_yuv422_neon(frame.data(), w.y_low.data(), w.y_high.data(), w.up_u.data(),
                                    w.up_v.data(), kW, kH, kCapture);
 
-    expect_viewer_sees_cleaner_frame(before, view_yuyv(frame), s);
+    expect_viewer_sees_cleaner_frame(before, view(frame, true), s);
     std::vector<uint8_t> y_out(kW * kH);
     for (size_t i = 0; i < y_out.size(); ++i)
         y_out[i] = frame[2 * i];
