@@ -30,27 +30,22 @@ inline row32 load_row(const uint8_t* p) {
 
 // sum += 2 * row, widened to 16 bits.
 inline void add_doubled(box_block& b, row32 r) {
-    b.sum[0] = vaddq_u16(b.sum[0], vshll_n_u8(vget_low_u8(r.lo), 1));
-    b.sum[1] = vaddq_u16(b.sum[1], vshll_n_u8(vget_high_u8(r.lo), 1));
-    b.sum[2] = vaddq_u16(b.sum[2], vshll_n_u8(vget_low_u8(r.hi), 1));
-    b.sum[3] = vaddq_u16(b.sum[3], vshll_n_u8(vget_high_u8(r.hi), 1));
-}
-
-inline uint16x8_t step8(uint16x8_t sum, uint8x8_t in, uint8x8_t cur, uint8x8_t out,
-                        uint8x8_t prev) {
-    return vaddq_u16(sum, vsubq_u16(vaddl_u8(in, cur), vaddl_u8(out, prev)));
+    b.sum[0] = vaddq_u16(b.sum[0], vtr_addl_lo(r.lo, r.lo));
+    b.sum[1] = vaddq_u16(b.sum[1], vtr_addl_hi(r.lo, r.lo));
+    b.sum[2] = vaddq_u16(b.sum[2], vtr_addl_lo(r.hi, r.hi));
+    b.sum[3] = vaddq_u16(b.sum[3], vtr_addl_hi(r.hi, r.hi));
 }
 
 // Moves the window down one row: + entering row + new centre - leaving row - old centre.
 inline void step(box_block& b, row32 in, row32 cur, row32 out, row32 prev) {
-    b.sum[0] = step8(b.sum[0], vget_low_u8(in.lo), vget_low_u8(cur.lo), vget_low_u8(out.lo),
-                     vget_low_u8(prev.lo));
-    b.sum[1] = step8(b.sum[1], vget_high_u8(in.lo), vget_high_u8(cur.lo), vget_high_u8(out.lo),
-                     vget_high_u8(prev.lo));
-    b.sum[2] = step8(b.sum[2], vget_low_u8(in.hi), vget_low_u8(cur.hi), vget_low_u8(out.hi),
-                     vget_low_u8(prev.hi));
-    b.sum[3] = step8(b.sum[3], vget_high_u8(in.hi), vget_high_u8(cur.hi), vget_high_u8(out.hi),
-                     vget_high_u8(prev.hi));
+    b.sum[0] =
+        vaddq_u16(b.sum[0], vsubq_u16(vtr_addl_lo(in.lo, cur.lo), vtr_addl_lo(out.lo, prev.lo)));
+    b.sum[1] =
+        vaddq_u16(b.sum[1], vsubq_u16(vtr_addl_hi(in.lo, cur.lo), vtr_addl_hi(out.lo, prev.lo)));
+    b.sum[2] =
+        vaddq_u16(b.sum[2], vsubq_u16(vtr_addl_lo(in.hi, cur.hi), vtr_addl_lo(out.hi, prev.hi)));
+    b.sum[3] =
+        vaddq_u16(b.sum[3], vsubq_u16(vtr_addl_hi(in.hi, cur.hi), vtr_addl_hi(out.hi, prev.hi)));
 }
 
 // src + 128 - low clamped to 0..255 in bytes: one of the two saturating differences is zero,
