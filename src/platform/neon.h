@@ -70,4 +70,19 @@ inline uint16x8_t vtr_mlal_hi(uint16x8_t acc, uint8x16_t a, uint8x16_t b) {
 }
 #endif
 
+// The 16 lanes of lo then hi, each shifted right by n (1 .. 8) and narrowed to its low byte.
+// Natively two narrowing shifts; translated, the narrowing of half vectors and their combining
+// cost more than shifting whole vectors and unzipping the bytes kept.
+template <int n>
+inline uint8x16_t vtr_shrn_n(uint16x8_t lo, uint16x8_t hi) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vcombine_u8(vshrn_n_u16(lo, n), vshrn_n_u16(hi, n));
+#else
+    if (n == 8)  // the high bytes: the odd ones
+        return vuzp2q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
+    return vuzp1q_u8(vreinterpretq_u8_u16(vshrq_n_u16(lo, n)),
+                     vreinterpretq_u8_u16(vshrq_n_u16(hi, n)));
+#endif
+}
+
 #endif  // VANTOR_PLATFORM_NEON_H

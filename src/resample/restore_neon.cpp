@@ -167,11 +167,9 @@ void luma420_pass(const uint8_t* y_in, const uint8_t* a, const uint8_t* b, uint8
 // ((64 - w) * f + w * c) >> 6 for 16 bytes: at most 64 * 255 before the shift, so no lane
 // overflows and the result is already within 0 .. 255.
 inline uint8x16_t mix16(uint8x16_t iw, uint8x16_t w, uint8x16_t f, uint8x16_t c) {
-    const uint16x8_t lo =
-        vmlal_u8(vmull_u8(vget_low_u8(iw), vget_low_u8(f)), vget_low_u8(w), vget_low_u8(c));
-    const uint16x8_t hi =
-        vmlal_u8(vmull_u8(vget_high_u8(iw), vget_high_u8(f)), vget_high_u8(w), vget_high_u8(c));
-    return vcombine_u8(vshrn_n_u16(lo, 6), vshrn_n_u16(hi, 6));
+    const uint16x8_t lo = vtr_mlal_lo(vtr_mull_lo(iw, f), w, c);
+    const uint16x8_t hi = vtr_mlal_hi(vtr_mull_hi(iw, f), w, c);
+    return vtr_shrn_n<6>(lo, hi);
 }
 
 // Blends 16 pairs: inputs c1, c2, upsampled f1, f2.
@@ -179,8 +177,8 @@ inline uint8x16x2_t blend16(uint8x16_t c1, uint8x16_t c2, uint8x16_t f1, uint8x1
                             const divisor& d) {
     const uint8x16_t d1 = vabdq_u8(c1, f1);
     const uint8x16_t d2 = vabdq_u8(c2, f2);
-    const uint16x8_t q_lo = quotient(numerator(vaddl_u8(vget_low_u8(d1), vget_low_u8(d2)), d), d);
-    const uint16x8_t q_hi = quotient(numerator(vaddl_u8(vget_high_u8(d1), vget_high_u8(d2)), d), d);
+    const uint16x8_t q_lo = quotient(numerator(vtr_addl_lo(d1, d2), d), d);
+    const uint16x8_t q_hi = quotient(numerator(vtr_addl_hi(d1, d2), d), d);
     const uint8x16_t w = vminq_u8(vcombine_u8(vqmovn_u16(q_lo), vqmovn_u16(q_hi)), vdupq_n_u8(64));
     const uint8x16_t iw = vsubq_u8(vdupq_n_u8(64), w);
     uint8x16x2_t out;
