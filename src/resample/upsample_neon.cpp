@@ -42,7 +42,7 @@ inline void block_rows(uint8_t* out, ptrdiff_t stride, int32_t rows, uint16_t st
     const uint16x8_t d_lo = vmulq_n_u16(vsubq_u16(bottom_lo, top_lo), step);
     const uint16x8_t d_hi = vmulq_n_u16(vsubq_u16(bottom_hi, top_hi), step);
     for (int32_t k = 0; k < rows; ++k) {
-        vst1q_u8(out, vcombine_u8(vshrn_n_u16(acc_lo, 8), vshrn_n_u16(acc_hi, 8)));
+        vst1q_u8(out, vtr_shrn_n<8>(acc_lo, acc_hi));
         acc_lo = vaddq_u16(acc_lo, d_lo);
         acc_hi = vaddq_u16(acc_hi, d_hi);
         out += stride;
