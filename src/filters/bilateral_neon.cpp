@@ -40,10 +40,20 @@ struct class_sums {
     uint16x8_t rn;  // range weight times sample, at most 4 * 64 * 255 = 65280
 };
 
+// The 8 bytes at p, zero-extended to 16 bits.
+inline uint16x8_t load_widened(const uint8_t* p) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vmovl_u8(vld1_u8(p));
+#else
+    // The 8 bytes fill the low half, then the whole vector is widened (see vtr_movl_lo).
+    return vtr_movl_lo(vcombine_u8(vld1_u8(p), vdup_n_u8(0)));
+#endif
+}
+
 // One window position: range weight r of the 8 samples at p against the centres.
 inline __attribute__((always_inline)) void position(const span3_acc& a, class_sums& c,
                                                     const uint8_t* p) {
-    const uint16x8_t n = vmovl_u8(vld1_u8(p));
+    const uint16x8_t n = load_widened(p);
     // d = min(|c - n|, 13); every difference of 13 or more has weight 0.
     const int16x8_t d = vminq_s16(
         vabdq_s16(vreinterpretq_s16_u16(a.centre), vreinterpretq_s16_u16(n)), vdupq_n_s16(13));
@@ -67,13 +77,21 @@ inline __attribute__((always_inline)) uint16x8_t scale(uint16x8_t v, uint16x8_t 
     return vmulq_lane_u16(v, vget_high_u16(spatial), D & 3);
 }
 
-// sum + v * (spatial weight of distance D), widened to 32 bits.
-template <int D>
-inline __attribute__((always_inline)) uint32x4_t add_scaled(uint32x4_t sum, uint16x4_t v,
+// sum + (low or high half of v) * (spatial weight of distance D), widened to 32 bits.
+template <int D, bool high>
+inline __attribute__((always_inline)) uint32x4_t add_scaled(uint32x4_t sum, uint16x8_t v,
                                                             uint16x8_t spatial) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    const uint16x4_t half = high ? vget_high_u16(v) : vget_low_u16(v);
     if (D < 4)
-        return vmlal_lane_u16(sum, v, vget_low_u16(spatial), D & 3);
-    return vmlal_lane_u16(sum, v, vget_high_u16(spatial), D & 3);
+        return vmlal_lane_u16(sum, half, vget_low_u16(spatial), D & 3);
+    return vmlal_lane_u16(sum, half, vget_high_u16(spatial), D & 3);
+#else
+    // Translated, the half-vector widening converts lane by lane: interleave with zeros.
+    const uint16x8_t zero = vdupq_n_u16(0);
+    const uint16x8_t wide = high ? vzip2q_u16(v, zero) : vzip1q_u16(v, zero);
+    return vmlaq_n_u32(sum, vreinterpretq_u32_u16(wide), kSpatial[D]);
+#endif
 }
 
 // The positions (-Ady, -Adx), (-Ady, +Adx), (+Ady, -Adx), (+Ady, +Adx), duplicates left out
@@ -91,8 +109,8 @@ inline __attribute__((always_inline)) void window_class(span3_acc& a, const uint
         if (Adx != 0)
             position(a, c, down + Adx);
     }
-    a.value_lo = add_scaled<Ady + Adx>(a.value_lo, vget_low_u16(c.rn), a.spatial);
-    a.value_hi = add_scaled<Ady + Adx>(a.value_hi, vget_high_u16(c.rn), a.spatial);
+    a.value_lo = add_scaled<Ady + Adx, false>(a.value_lo, c.rn, a.spatial);
+    a.value_hi = add_scaled<Ady + Adx, true>(a.value_hi, c.rn, a.spatial);
     a.weight16 = vaddq_u16(a.weight16, scale<Ady + Adx>(c.r, a.spatial));
 }
 
@@ -125,7 +143,7 @@ inline void store_lanes(uint32x4_t value_sum, uint32x4_t weight_sum, uint8_t* ou
 // Eight outputs at (y, x); `centre` points at that pixel, rows are `stride` apart.
 void span3_step(const uint8_t* centre, uint8_t* out, ptrdiff_t stride) {
     span3_acc a;
-    a.centre = vmovl_u8(vld1_u8(centre));
+    a.centre = load_widened(centre);
     a.spatial = vld1q_u16(kSpatial);
     a.value_lo = a.value_hi = vdupq_n_u32(0);
     a.weight_lo = a.weight_hi = vdupq_n_u32(1);  // the deliberate starting weight
