@@ -56,11 +56,11 @@ inline uint8x16_t detail(uint8x16_t src, uint8x16_t low) {
     return vqsubq_u8(vqaddq_u8(vdupq_n_u8(128), up), down);
 }
 
-// low = (sum + 32) >> 6 narrowed with saturation: the rounding shift adds the 32, and since
-// the sum is never negative the unsigned saturation is the clamp to 0..255.
+// low = (sum + 32) >> 6, the rounding narrowing shift: a sum of 64 weights is at most
+// 64 * 255, so low is at most 255 and the scalar clamp never applies.
 inline void store_row(const box_block& b, row32 src, uint8_t* low, uint8_t* high) {
-    const uint8x16_t l0 = vcombine_u8(vqrshrn_n_u16(b.sum[0], 6), vqrshrn_n_u16(b.sum[1], 6));
-    const uint8x16_t l1 = vcombine_u8(vqrshrn_n_u16(b.sum[2], 6), vqrshrn_n_u16(b.sum[3], 6));
+    const uint8x16_t l0 = vtr_rshrn_n<6>(b.sum[0], b.sum[1]);
+    const uint8x16_t l1 = vtr_rshrn_n<6>(b.sum[2], b.sum[3]);
     vst1q_u8(low, l0);
     vst1q_u8(low + 16, l1);
     vst1q_u8(high, detail(src.lo, l0));

@@ -85,4 +85,18 @@ inline uint8x16_t vtr_shrn_n(uint16x8_t lo, uint16x8_t hi) {
 #endif
 }
 
+// The 16 lanes of lo then hi, each rounded and shifted right by n (1 .. 8): (x + 2^(n - 1)) >> n,
+// narrowed to a byte, for lanes where x + 2^(n - 1) fits 16 bits and the result fits 8. Natively
+// two rounding narrowing shifts; translated, whole-vector adds and shifts and a byte unzip.
+template <int n>
+inline uint8x16_t vtr_rshrn_n(uint16x8_t lo, uint16x8_t hi) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vcombine_u8(vrshrn_n_u16(lo, n), vrshrn_n_u16(hi, n));
+#else
+    const uint16x8_t half = vdupq_n_u16(1 << (n - 1));
+    return vuzp1q_u8(vreinterpretq_u8_u16(vshrq_n_u16(vaddq_u16(lo, half), n)),
+                     vreinterpretq_u8_u16(vshrq_n_u16(vaddq_u16(hi, half), n)));
+#endif
+}
+
 #endif  // VANTOR_PLATFORM_NEON_H
