@@ -1,6 +1,7 @@
 // Bilateral filter, scalar forms: the per-pixel method with the mirror border, the 7x7 split
-// between scalar borders and the centre routine, the scalar centre twin, the general-span entry
-// and the element-wise vector_* helpers with their one-step model bilateral_process_block.
+// between the border and the centre routine, the scalar centre twin, the 7x7 and general-span
+// entries and the element-wise vector_* helpers with their one-step model
+// bilateral_process_block.
 //
 // Memory: every function reads the source plane only at rows 0 .. height - 1 and columns
 // 0 .. width - 1 and writes only the destination pixels it is documented to produce; the
@@ -141,25 +142,28 @@ void bilateral_filter_span3_with(const uint8_t* src, uint8_t* dst, int32_t heigh
                                 {0, 0, height, width});
         return;
     }
-    // Centre band: C columns, a multiple of 8, with the M = width - C columns left over
-    // split L to the left and R to the right; every band window lies inside the plane.
-    const int32_t c = (width - 2 * s) & ~(VTR_SPAN3_STEP - 1);
-    const int32_t m = width - c;
-    const int32_t l = m / 2;
-    const int32_t r = m - l;
+    // Every window of the centre band lies inside the plane.
+    const span3_margins m = bilateral_span3_margins(width);
     span3_rect_c(src, dst, height, width, {0, 0, s, width});
     span3_rect_c(src, dst, height, width, {height - s, 0, height, width});
-    span3_rect_c(src, dst, height, width, {s, 0, height - s, l});
-    span3_rect_c(src, dst, height, width, {s, l + c, height - s, width});
-    centre(src, dst, height, width, s, s, l, r);
+    span3_rect_c(src, dst, height, width, {s, 0, height - s, m.left});
+    span3_rect_c(src, dst, height, width, {s, width - m.right, height - s, width});
+    centre(src, dst, height, width, s, s, m.left, m.right);
 }
 
-// Planes of at least 7 rows and 14 columns: the three border rows at top and bottom and the
-// side bands in scalar code, the centre band through the vector routine. Smaller planes run
+// Planes of at least 7 rows and 14 columns go through the vector routines: the centre band and
+// the border around it, the latter with mirrored window rows and columns. Smaller planes run
 // the scalar method on every pixel with the repeated mirror. Height or width < 1 writes
 // nothing.
 void bilateral_filter_span3(const uint8_t* src, uint8_t* dst, int32_t height, int32_t width) {
-    bilateral_filter_span3_with(src, dst, height, width, bilateral_filter_span3_center_neon);
+    const int32_t s = VTR_SPAN3;
+    if (height < 2 * s + 1 || width < 2 * s + VTR_SPAN3_STEP) {
+        bilateral_filter_span3_with(src, dst, height, width, bilateral_filter_span3_center_neon);
+        return;
+    }
+    const span3_margins m = bilateral_span3_margins(width);
+    bilateral_span3_border_neon(src, dst, height, width, m.left, m.right);
+    bilateral_filter_span3_center_neon(src, dst, height, width, s, s, m.left, m.right);
 }
 
 // Spans (3, 3) go to bilateral_filter_span3 before any size check. Otherwise height or

@@ -74,11 +74,32 @@ inline span3_steps bilateral_span3_steps(int32_t height, int32_t width, int32_t 
     return s;
 }
 
+// The 7x7 split of a plane of at least 7 rows and 14 columns: the centre band is
+// C = (width - 6) rounded down to a multiple of 8 columns, with the M = width - C columns left
+// over split left = M / 2 (3 .. 6) and right = M - left (3 .. 7).
+struct span3_margins {
+    int32_t left, right;
+};
+
+inline span3_margins bilateral_span3_margins(int32_t width) {
+    const int32_t m = width - ((width - 2 * VTR_SPAN3) & ~(VTR_SPAN3_STEP - 1));
+    return {m / 2, m - m / 2};
+}
+
+// The pixels of a plane of at least 7 rows and 14 columns that the centre routine with margins
+// 3, 3, left, right leaves out: rows 0 .. 2 and height - 3 .. height - 1, and the first `left`
+// and last `right` columns of every row; the mirror rule where windows leave the plane, 8
+// pixels per vector step. Needs 3 <= left, right <= 8 and width - left - right a multiple of 8.
+// Reads only inside the plane and writes only those pixels.
+void bilateral_span3_border_neon(const uint8_t* src, uint8_t* dst, int32_t height, int32_t width,
+                                 int32_t left, int32_t right);
+
 using bilateral_centre_fn = void (*)(const uint8_t* src, uint8_t* dst, int32_t height,
                                      int32_t width, int32_t top, int32_t bottom, int32_t left,
                                      int32_t right);
 
-// bilateral_filter_span3 with the centre band handed to `centre` (either twin).
+// The 7x7 filter with the border in scalar code and the centre band handed to `centre`; with
+// bilateral_filter_span3_center_c it is the scalar twin of bilateral_filter_span3.
 void bilateral_filter_span3_with(const uint8_t* src, uint8_t* dst, int32_t height, int32_t width,
                                  bilateral_centre_fn centre);
 

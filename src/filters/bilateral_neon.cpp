@@ -1,9 +1,13 @@
-// 7x7 bilateral filter of the plane interior, NEON form: 8 output pixels per step,
-// bit-identical to bilateral_filter_span3_center_c.
+// 7x7 bilateral filter, NEON form: 8 output pixels per step, bit-identical to
+// bilateral_filter_span3_center_c for the plane interior and to the scalar method with the
+// mirror rule for the border around it.
 //
-// Memory: a step at (y, x) reads the 8-byte runs at rows y - 3 .. y + 3, columns x - 3 ..
-// x + 10, and writes bytes x .. x + 7 of row y. Steps run only when all of that lies inside
-// the plane, so nothing outside it is read or written.
+// Memory: a step reads the 8-byte runs at columns x - 3 .. x + 10 of its 7 window rows and
+// writes 8 output bytes. In the interior the window rows are rows y - 3 .. y + 3 of the plane
+// and steps run only when all of that lies inside it. At the border the window rows are
+// mirrored rows of the plane, and a step that would leave the row at the side reads a 16-byte
+// copy of the row's end with mirrored columns and writes its outputs to a copy, of which only
+// the band's bytes go to the plane. Nothing outside the plane is read or written.
 //
 // Lane widths. The sums live in four registers of four 32-bit lanes (value and weight sums of
 // lanes 0-3 and 4-7) and are divided lane by lane with the scalar divide. The per-position
@@ -16,6 +20,7 @@
 // exact, the grouping changes no result. A 16-bit multiply covers twice the lanes of a 32-bit
 // one, and the grouping saves two thirds of the widening multiplies.
 #include <stddef.h>
+#include <string.h>
 
 #include "filters/bilateral.h"
 #include "platform/neon.h"
@@ -140,19 +145,67 @@ inline void store_lanes(uint32x4_t value_sum, uint32x4_t weight_sum, uint8_t* ou
     }
 }
 
-// Eight outputs at (y, x); `centre` points at that pixel, rows are `stride` apart.
-void span3_step(const uint8_t* centre, uint8_t* out, ptrdiff_t stride) {
+// Window rows of the interior: row y + k at centre + k * stride.
+struct strided_rows {
+    const uint8_t* centre;
+    ptrdiff_t stride;
+    const uint8_t* row(int k) const { return centre + k * stride; }
+};
+
+// Window rows given one by one (mirrored at the border): row y + k at rows[k + 3] + x.
+struct listed_rows {
+    const uint8_t* const* rows;
+    ptrdiff_t x;
+    const uint8_t* row(int k) const { return rows[k + VTR_SPAN3] + x; }
+};
+
+// Eight outputs from the window rows w.row(-3) .. w.row(3), each pointing at the first output's
+// column.
+template <typename window_rows>
+void span3_step(const window_rows& w, uint8_t* out) {
     span3_acc a;
-    a.centre = load_widened(centre);
+    a.centre = load_widened(w.row(0));
     a.spatial = vld1q_u16(kSpatial);
     a.value_lo = a.value_hi = vdupq_n_u32(0);
     a.weight_lo = a.weight_hi = vdupq_n_u32(1);  // the deliberate starting weight
-    row_pair<3>(a, centre - 3 * stride, centre + 3 * stride);
-    row_pair<2>(a, centre - 2 * stride, centre + 2 * stride);
-    row_pair<1>(a, centre - stride, centre + stride);
-    row_pair<0>(a, centre, centre);
+    row_pair<3>(a, w.row(-3), w.row(3));
+    row_pair<2>(a, w.row(-2), w.row(2));
+    row_pair<1>(a, w.row(-1), w.row(1));
+    row_pair<0>(a, w.row(0), w.row(0));
     store_lanes(a.value_lo, a.weight_lo, out);
     store_lanes(a.value_hi, a.weight_hi, out + 4);
+}
+
+// Index i of a line of n samples under the mirror rule, for -n < i < 2n - 1: one reflection.
+inline int32_t mirror_once(int32_t i, int32_t n) {
+    return i < 0 ? -i : i >= n ? 2 * (n - 1) - i : i;
+}
+
+// One step for the columns first .. first + 7 of a row whose window columns
+// first - 3 .. first + 10 may leave it: each window row's columns first - 3 .. first + 12 are
+// copied with the mirror rule, and the outputs of the columns from `begin` and below `end`
+// are stored.
+void span3_edge_step(const uint8_t* const rows[7], int32_t width, int32_t first, int32_t begin,
+                     int32_t end, uint8_t* out_row) {
+    constexpr int32_t kCopy = 16;
+    const int32_t base = first - VTR_SPAN3;
+    // The copy's columns inside the row, [from, to), come in one piece.
+    const int32_t from = base < 0 ? 0 : base;
+    const int32_t to = base + kCopy > width ? width : base + kCopy;
+    uint8_t copy[7][kCopy];
+    const uint8_t* copied[7];
+    for (int i = 0; i < 7; ++i) {
+        memcpy(copy[i] + (from - base), rows[i] + from, static_cast<size_t>(to - from));
+        for (int32_t j = 0; j < from - base; ++j)
+            copy[i][j] = rows[i][mirror_once(base + j, width)];
+        for (int32_t j = to - base; j < kCopy; ++j)
+            copy[i][j] = rows[i][mirror_once(base + j, width)];
+        copied[i] = copy[i];
+    }
+    uint8_t out[VTR_SPAN3_STEP];
+    span3_step(listed_rows{copied, VTR_SPAN3}, out);
+    for (int32_t x = begin; x < end; ++x)
+        out_row[x] = out[x - first];
 }
 
 }  // namespace
@@ -169,6 +222,24 @@ void bilateral_filter_span3_center_neon(const uint8_t* src, uint8_t* dst, int32_
         const uint8_t* in = src + y * width;
         uint8_t* out = dst + y * width;
         for (int64_t x = s.col_begin; x < s.col_end; x += VTR_SPAN3_STEP)
-            span3_step(in + x, out + x, width);
+            span3_step(strided_rows{in + x, width}, out + x);
+    }
+}
+
+void bilateral_span3_border_neon(const uint8_t* src, uint8_t* dst, int32_t height, int32_t width,
+                                 int32_t left, int32_t right) {
+    for (int32_t y = 0; y < height; ++y) {
+        const uint8_t* rows[7];
+        for (int i = 0; i < 7; ++i)
+            rows[i] = src + static_cast<ptrdiff_t>(mirror_once(y + i - VTR_SPAN3, height)) * width;
+        uint8_t* out = dst + static_cast<ptrdiff_t>(y) * width;
+        // The side bands, corners included: one step each, columns 0 .. 7 and the last 8.
+        span3_edge_step(rows, width, 0, 0, left, out);
+        span3_edge_step(rows, width, width - VTR_SPAN3_STEP, width - right, width, out);
+        // The top and bottom rows between the bands: only the rows are mirrored.
+        if (y < VTR_SPAN3 || y >= height - VTR_SPAN3) {
+            for (int32_t x = left; x < width - right; x += VTR_SPAN3_STEP)
+                span3_step(listed_rows{rows, x}, out + x);
+        }
     }
 }

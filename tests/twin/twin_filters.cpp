@@ -150,13 +150,15 @@ void span3_center_bench(twin::bench_timer& timer) {
     });
 }
 
-// Whole planes: the scalar side is the same split with the scalar centre.
+// Whole planes: the scalar side is the scalar border with the scalar centre.
 void span3_plane_bench(twin::bench_timer& timer) {
     planes p(120, 68);
     timer.pair("120x68", 120 * 68, [&](bool v) {
-        bilateral_filter_span3_with(
-            p.src.data(), p.a.data(), 68, 120,
-            v ? bilateral_filter_span3_center_neon : bilateral_filter_span3_center_c);
+        if (v)
+            bilateral_filter_span3(p.src.data(), p.a.data(), 68, 120);
+        else
+            bilateral_filter_span3_with(p.src.data(), p.a.data(), 68, 120,
+                                        bilateral_filter_span3_center_c);
     });
 }
 
