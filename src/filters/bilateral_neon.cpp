@@ -50,8 +50,11 @@ inline uint16x8_t load_widened(const uint8_t* p) {
 #if defined(__ARM_NEON) || defined(__ARM_NEON__)
     return vmovl_u8(vld1_u8(p));
 #else
-    // The 8 bytes fill the low half, then the whole vector is widened (see vtr_movl_lo).
-    return vtr_movl_lo(vcombine_u8(vld1_u8(p), vdup_n_u8(0)));
+    // The 8 bytes as the low lane of a zeroed vector (one 64-bit load), then the whole vector
+    // widened (see vtr_movl_lo).
+    uint64_t bytes;
+    memcpy(&bytes, p, sizeof bytes);
+    return vtr_movl_lo(vreinterpretq_u8_u64(vsetq_lane_u64(bytes, vdupq_n_u64(0), 0)));
 #endif
 }
 
@@ -176,34 +179,37 @@ void span3_step(const window_rows& w, uint8_t* out) {
     store_lanes(a.value_hi, a.weight_hi, out + 4);
 }
 
-// Index i of a line of n samples under the mirror rule, for -n < i < 2n - 1: one reflection.
-inline int32_t mirror_once(int32_t i, int32_t n) {
-    return i < 0 ? -i : i >= n ? 2 * (n - 1) - i : i;
-}
-
-// One step for the columns first .. first + 7 of a row whose window columns
-// first - 3 .. first + 10 may leave it: each window row's columns first - 3 .. first + 12 are
-// copied with the mirror rule, and the outputs of the columns from `begin` and below `end`
-// are stored.
-void span3_edge_step(const uint8_t* const rows[7], int32_t width, int32_t first, int32_t begin,
+// One step for a row's first 8 columns (left) or its last 8 (otherwise), whose windows leave the
+// row: each window row's columns first - 3 .. first + 12 are copied with the mirror rule (a row
+// of at least 14 columns needs one reflection), and the outputs of the columns from `begin`
+// and below `end` are stored.
+void span3_edge_step(const uint8_t* const rows[7], int32_t width, bool left, int32_t begin,
                      int32_t end, uint8_t* out_row) {
-    constexpr int32_t kCopy = 16;
-    const int32_t base = first - VTR_SPAN3;
-    // The copy's columns inside the row, [from, to), come in one piece.
-    const int32_t from = base < 0 ? 0 : base;
-    const int32_t to = base + kCopy > width ? width : base + kCopy;
-    uint8_t copy[7][kCopy];
+    uint8_t copy[7][16];
     const uint8_t* copied[7];
     for (int i = 0; i < 7; ++i) {
-        memcpy(copy[i] + (from - base), rows[i] + from, static_cast<size_t>(to - from));
-        for (int32_t j = 0; j < from - base; ++j)
-            copy[i][j] = rows[i][mirror_once(base + j, width)];
-        for (int32_t j = to - base; j < kCopy; ++j)
-            copy[i][j] = rows[i][mirror_once(base + j, width)];
-        copied[i] = copy[i];
+        const uint8_t* row = rows[i];
+        uint8_t* c = copy[i];
+        if (left) {
+            // Columns -3 .. -1 mirror to 3 .. 1; 0 .. 12 in two overlapping pieces.
+            memcpy(c + 3, row, 8);
+            memcpy(c + 8, row + 5, 8);
+            c[0] = row[3];
+            c[1] = row[2];
+            c[2] = row[1];
+        } else {
+            // Columns width - 11 .. width - 1 in two pieces; width .. width + 4 mirror to
+            // width - 2 .. width - 6.
+            memcpy(c, row + width - 11, 8);
+            memcpy(c + 3, row + width - 8, 8);
+            for (int j = 0; j < 5; ++j)
+                c[11 + j] = row[width - 2 - j];
+        }
+        copied[i] = c;
     }
     uint8_t out[VTR_SPAN3_STEP];
     span3_step(listed_rows{copied, VTR_SPAN3}, out);
+    const int32_t first = left ? 0 : width - VTR_SPAN3_STEP;
     for (int32_t x = begin; x < end; ++x)
         out_row[x] = out[x - first];
 }
@@ -230,12 +236,16 @@ void bilateral_span3_border_neon(const uint8_t* src, uint8_t* dst, int32_t heigh
                                  int32_t left, int32_t right) {
     for (int32_t y = 0; y < height; ++y) {
         const uint8_t* rows[7];
-        for (int i = 0; i < 7; ++i)
-            rows[i] = src + static_cast<ptrdiff_t>(mirror_once(y + i - VTR_SPAN3, height)) * width;
+        for (int i = 0; i < 7; ++i) {
+            // Rows -3 .. -1 mirror to 3 .. 1, and the rows past the last one likewise.
+            const int32_t r = y + i - VTR_SPAN3;
+            const int32_t m = r < 0 ? -r : r >= height ? 2 * (height - 1) - r : r;
+            rows[i] = src + static_cast<ptrdiff_t>(m) * width;
+        }
         uint8_t* out = dst + static_cast<ptrdiff_t>(y) * width;
         // The side bands, corners included: one step each, columns 0 .. 7 and the last 8.
-        span3_edge_step(rows, width, 0, 0, left, out);
-        span3_edge_step(rows, width, width - VTR_SPAN3_STEP, width - right, width, out);
+        span3_edge_step(rows, width, true, 0, left, out);
+        span3_edge_step(rows, width, false, width - right, width, out);
         // The top and bottom rows between the bands: only the rows are mirrored.
         if (y < VTR_SPAN3 || y >= height - VTR_SPAN3) {
             for (int32_t x = left; x < width - right; x += VTR_SPAN3_STEP)
