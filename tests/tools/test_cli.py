@@ -236,7 +236,17 @@ class ProgressTests(ToolTestCase):
         p = subprocess.run([TOOL, "denoise", "in.nv21", "out.nv21", "-s", "256x144"],
                            stderr=slave, cwd=self.dir, timeout=60)
         os.close(slave)
-        shown = os.read(master, 65536).decode()
+        # One read returns only what one write put there; read until the terminal is drained.
+        chunks = []
+        while True:
+            try:
+                chunk = os.read(master, 65536)
+            except OSError:  # EIO: the other side is closed and everything was read
+                break
+            if not chunk:
+                break
+            chunks.append(chunk)
+        shown = b"".join(chunks).decode()
         os.close(master)
         self.assertEqual(p.returncode, 0)
         self.assertIn("\r[" + "#" * 30 + "] 3/3 frames", shown)
