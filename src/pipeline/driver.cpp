@@ -61,38 +61,32 @@ int32_t vantor_deinterleave(vantor_thread* t) {
         return -1;
     }
     t->deinterleave_ready = 0;
-    const int32_t rows = strip_rows(t);
-    if (vtr_is_420(t->format)) {
-        // Later stages read the frame's own luma plane, not a copy.
-        t->y_old = address(t->in_address_1);
-        for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
-            deinterleave_job* job = &t->deinterleave_job[i];
-            const strip_offsets o = offsets_of(t, i, rows);
-            job->width = t->width;
-            job->strip_height = strip_height(t, i, rows);
-            job->y_out = address(t->in_address_1) + o.luma;
-            job->first_out = t->downsampled_u + o.block;
-            job->second_out = t->downsampled_v + o.block;
-            job->y_in = address(t->in_address_1) + o.luma;
-            job->vu_in = address(t->in_address_2) + o.vu;
-            job->format = t->format;
-        }
-    } else if (vtr_is_422(t->format)) {
-        for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
-            deinterleave_job* job = &t->deinterleave_job[i];
-            const strip_offsets o = offsets_of(t, i, rows);
-            job->width = t->width;
-            job->strip_height = strip_height(t, i, rows);
-            job->y_out = t->y_old + o.luma;
-            job->first_out = t->downsampled_u + o.block;
-            job->second_out = t->downsampled_v + o.block;
-            job->packed_in = address(t->yuyv_address) + o.packed;
-            job->format = t->format;
-        }
-    } else {
+    const bool nv21_family = vtr_is_420(t->format);
+    if (!nv21_family && !vtr_is_422(t->format)) {
         // Names vantor_run on purpose: that is the line callers know.
         VTR_LOGE("vantor_run, Not supported format");
         return -1;
+    }
+    // Later stages of a 4:2:0 frame read the frame's own luma plane, not a copy.
+    if (nv21_family)
+        t->y_old = address(t->in_address_1);
+    const int32_t rows = strip_rows(t);
+    for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
+        deinterleave_job* job = &t->deinterleave_job[i];
+        const strip_offsets o = offsets_of(t, i, rows);
+        job->width = t->width;
+        job->strip_height = strip_height(t, i, rows);
+        job->first_out = t->downsampled_u + o.block;
+        job->second_out = t->downsampled_v + o.block;
+        job->format = t->format;
+        if (nv21_family) {
+            job->y_out = address(t->in_address_1) + o.luma;
+            job->y_in = address(t->in_address_1) + o.luma;
+            job->vu_in = address(t->in_address_2) + o.vu;
+        } else {
+            job->y_out = t->y_old + o.luma;
+            job->packed_in = address(t->yuyv_address) + o.packed;
+        }
     }
     pthread_cond_broadcast(&t->deinterleave_cond);
     vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_deinterleave");
@@ -147,39 +141,31 @@ int32_t vantor_interleave(vantor_thread* t) {
         return -1;
     }
     t->interleave_ready = 0;
-    const int32_t rows = strip_rows(t);
-    if (vtr_is_420(t->format)) {
-        for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
-            interleave_job* job = &t->interleave_job[i];
-            const strip_offsets o = offsets_of(t, i, rows);
-            job->width = t->width;
-            job->strip_height = strip_height(t, i, rows);
-            job->y_comp_a = t->y_low + o.luma;
-            job->y_comp_b = t->y_high + o.luma;
-            job->up_first = t->upsampled_u + o.upsampled;
-            job->up_second = t->upsampled_v + o.upsampled;
-            job->y_in = address(t->in_address_1) + o.luma;
-            job->vu_in = address(t->in_address_2) + o.vu;
-            job->y_out = address(t->in_address_1) + o.luma;
-            job->vu_out = address(t->in_address_2) + o.vu;
-            job->format = t->format;
-        }
-    } else if (vtr_is_422(t->format)) {
-        for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
-            interleave_job* job = &t->interleave_job[i];
-            const strip_offsets o = offsets_of(t, i, rows);
-            job->width = t->width;
-            job->strip_height = strip_height(t, i, rows);
-            job->y_comp_a = t->y_low + o.luma;
-            job->y_comp_b = t->y_high + o.luma;
-            job->up_first = t->upsampled_u + o.upsampled;
-            job->up_second = t->upsampled_v + o.upsampled;
-            job->frame = address(t->yuyv_address) + o.packed;
-            job->format = t->format;
-        }
-    } else {
+    const bool nv21_family = vtr_is_420(t->format);
+    if (!nv21_family && !vtr_is_422(t->format)) {
         VTR_LOGE("vantor_interleave, Not supported format");
         return -1;
+    }
+    const int32_t rows = strip_rows(t);
+    for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
+        interleave_job* job = &t->interleave_job[i];
+        const strip_offsets o = offsets_of(t, i, rows);
+        job->width = t->width;
+        job->strip_height = strip_height(t, i, rows);
+        job->y_comp_a = t->y_low + o.luma;
+        job->y_comp_b = t->y_high + o.luma;
+        job->up_first = t->upsampled_u + o.upsampled;
+        job->up_second = t->upsampled_v + o.upsampled;
+        job->format = t->format;
+        if (nv21_family) {
+            // Rebuilt in place: the outputs are the inputs.
+            job->y_in = address(t->in_address_1) + o.luma;
+            job->vu_in = address(t->in_address_2) + o.vu;
+            job->y_out = job->y_in;
+            job->vu_out = job->vu_in;
+        } else {
+            job->frame = address(t->yuyv_address) + o.packed;
+        }
     }
     pthread_cond_broadcast(&t->interleave_cond);
     vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_interleave");
