@@ -109,8 +109,9 @@ TEST(Concurrency, SeveralHandlesOnSeveralThreadsGiveTheBytesOfOneAlone) {
         for (int i = 0; i < kFrames; ++i)
             EXPECT_TRUE(jobs[s][i].bytes == jobs[s][i].want) << "stream " << s << " frame " << i;
     for (const vtest::log_line& line : vtest::log_lines()) {
-        if (line.prio == 6)
+        if (line.prio == 6) {
             EXPECT_EQ(line.text.rfind("Android-", 0), 0u) << line.text;
+        }
     }
 }
 
