@@ -191,6 +191,13 @@ void* vantor_init(int32_t width, int32_t height, int32_t scenario) {
         VTR_LOGE("unsupported width");
         return nullptr;
     }
+    // Buffer sizes are 32-bit products: a frame whose luma plane would not fit in 32 bits would
+    // get buffers far smaller than its planes, so it is refused before anything is allocated.
+    const int64_t aligned = (static_cast<int64_t>(height) + 15) & ~static_cast<int64_t>(15);
+    if (aligned > INT32_MAX || static_cast<int64_t>(width) * aligned > INT32_MAX) {
+        VTR_LOGE("vantor_init, unsupported size %dx%d", width, height);
+        return nullptr;
+    }
     vantor_handle* h = static_cast<vantor_handle*>(vtr_alloc_hook(sizeof(vantor_handle)));
     if (h == nullptr) {
         VTR_LOGE("vantor_init, fail: handle %p", static_cast<void*>(h));

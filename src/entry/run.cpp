@@ -9,7 +9,7 @@ namespace {
 bool frame_fits(const vantor_handle* h, int32_t width, int32_t height) {
     if (width <= 0 || (width & 15) != 0 || height < 1)
         return false;
-    const int32_t aligned = (height & 15) != 0 ? (height & ~15) + 16 : height;
+    const int64_t aligned = (static_cast<int64_t>(height) + 15) & ~static_cast<int64_t>(15);
     return width <= h->init_width && aligned <= h->init_aligned_height;
 }
 

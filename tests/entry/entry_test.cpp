@@ -80,6 +80,23 @@ TEST_F(Entry, WidthNotAMultipleOf16IsRefusedBeforeAnyAllocation) {
     EXPECT_EQ(hooks.allocations(), 0);
 }
 
+// A luma plane beyond 32 bits would wrap the buffer sizes: refused before any allocation.
+TEST_F(Entry, SizeBeyond32BitBuffersIsRefusedBeforeAnyAllocation) {
+    vtest::hook_guard hooks;
+    const struct {
+        int32_t w, h;
+    } cases[] = {{131072, 65552}, {16, 2147483647}, {0, 2147483647}, {65536, 32769}};
+    for (const auto& c : cases) {
+        vtest::log_clear();
+        EXPECT_EQ(vantor_init(c.w, c.h, VTR_SCENARIO_CAPTURE), nullptr) << c.w << "x" << c.h;
+        EXPECT_EQ(vtest::log_count(6, "vantor_init, unsupported size " + std::to_string(c.w) + "x" +
+                                          std::to_string(c.h)),
+                  1);
+        EXPECT_EQ(vtest::log_lines().size(), 1u);
+    }
+    EXPECT_EQ(hooks.allocations(), 0);
+}
+
 TEST_F(Entry, UnknownScenarioYieldsTheUnfilledBlockWithoutThreads) {
     vtest::hook_guard hooks;
     void* h = vantor_init(1920, 1080, 2);
