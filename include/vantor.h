@@ -33,8 +33,10 @@ extern "C" {
 /*
  * Creates a handle for frames of width x height in the given scenario.
  * width must be a multiple of 16; the height is rounded up to a multiple of 16 internally
- * (the "aligned height"). Returns NULL on failure. An unknown scenario is logged and yields a
- * non-NULL handle that is not usable and must not be passed to vantor_run or vantor_deinit.
+ * (the "aligned height"); width x aligned height must stay below 2^31 bytes (a larger size is
+ * refused with "vantor_init, unsupported size WxH"). Returns NULL on failure. An unknown
+ * scenario is logged and yields a non-NULL handle that is not usable and must not be passed to
+ * vantor_run or vantor_deinit.
  * The fifteen workers park asynchronously after this returns; see vantor_wait_ready() in
  * vantor_ext.h before submitting the first frame.
  */
