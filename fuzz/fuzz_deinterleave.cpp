@@ -13,29 +13,12 @@ using vfuzz::fuzz_input;
 
 namespace {
 
+using vfuzz::plane_reach;
+using vfuzz::twin_out;
+
 int32_t round_up(int32_t v, int32_t m) {
     return (v + m - 1) / m * m;
 }
-
-// Bytes from the first to the last byte of `rows` rows of `row_bytes` with `stride`.
-size_t reach(int32_t rows, int32_t row_bytes, int32_t stride) {
-    if (rows < 1 || row_bytes < 1)
-        return 0;
-    return static_cast<size_t>(rows - 1) * stride + row_bytes;
-}
-
-struct twin_out {
-    buffer vec, ref;
-    twin_out(size_t n, vfuzz::placement where, fuzz_input& in) : vec(n, where), ref(n, where) {
-        vfuzz::fill(vec.data(), n, in);
-        memcpy(ref.data(), vec.data(), n);
-    }
-    void check(const char* what) {
-        vec.expect_intact(what);
-        ref.expect_intact(what);
-        vfuzz::expect_same(ref.data(), vec.data(), vec.size(), what);
-    }
-};
 
 // A width bound: mostly whole 128-column steps, sometimes a ragged one (covered in whole steps,
 // so the row must hold it rounded up), sometimes nothing at all.
@@ -59,10 +42,10 @@ void nv21(fuzz_input& in, vfuzz::placement where) {
     const int32_t covered = wb > 0 ? round_up(wb, 128) : 0;
     const int32_t bands = hb > 0 ? round_up(hb, 16) / 16 : 0;
     // VU rows 0, 8, 16, ... are read: the last one is row 8 * (bands - 1).
-    const size_t vu_reach = bands ? reach(8 * (bands - 1) + 1, covered, stride) : 0;
+    const size_t vu_reach = bands ? plane_reach(8 * (bands - 1) + 1, covered, stride) : 0;
     buffer vu(vu_reach, where);
     vfuzz::fill(vu.data(), vu_reach, in);
-    const size_t out_reach = reach(bands, covered / 16, stride / 16);
+    const size_t out_reach = plane_reach(bands, covered / 16, stride / 16);
     twin_out first(out_reach, where, in), second(out_reach, where, in);
     deinterleave_yuv420_uv_downsample_neon(first.vec.data(), second.vec.data(), vu.data(), wb, hb,
                                            stride);
@@ -85,11 +68,11 @@ void packed(fuzz_input& in, vfuzz::placement where, bool chroma_first_band) {
     // The chroma-only kernel reads row 0 alone from the first band and writes no luma there.
     const bool one_row = chroma_first_band && rows == 16;
     const size_t in_reach =
-        one_row ? static_cast<size_t>(2 * covered) : reach(rows, 2 * covered, 2 * width);
-    const size_t y_reach = chroma_first_band && rows <= 16 ? 0 : reach(rows, covered, width);
+        one_row ? static_cast<size_t>(2 * covered) : plane_reach(rows, 2 * covered, 2 * width);
+    const size_t y_reach = chroma_first_band && rows <= 16 ? 0 : plane_reach(rows, covered, width);
     buffer src(in_reach, where);
     vfuzz::fill(src.data(), in_reach, in);
-    const size_t c_reach = reach(rows / 16, covered / 16, width / 16);
+    const size_t c_reach = plane_reach(rows / 16, covered / 16, width / 16);
     twin_out y(y_reach, where, in), first(c_reach, where, in), second(c_reach, where, in);
     if (chroma_first_band) {
         deinterleave_uv422_uv_downsample_neon(y.vec.data(), first.vec.data(), second.vec.data(),

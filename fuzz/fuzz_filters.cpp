@@ -17,27 +17,8 @@ using vfuzz::fuzz_input;
 
 namespace {
 
-// Bytes from the first to the last byte a plane of `rows` rows of `row_bytes` bytes with
-// `stride` covers; 0 for an empty plane.
-size_t plane_reach(int32_t rows, int32_t row_bytes, int32_t stride) {
-    if (rows < 1 || row_bytes < 1)
-        return 0;
-    return static_cast<size_t>(rows - 1) * stride + row_bytes;
-}
-
-// Two identical output buffers, one per twin.
-struct twin_out {
-    buffer vec, ref;
-    twin_out(size_t n, vfuzz::placement where, fuzz_input& in) : vec(n, where), ref(n, where) {
-        vfuzz::fill(vec.data(), n, in);
-        memcpy(ref.data(), vec.data(), n);
-    }
-    void check(const char* what) {
-        vec.expect_intact(what);
-        ref.expect_intact(what);
-        vfuzz::expect_same(ref.data(), vec.data(), vec.size(), what);
-    }
-};
+using vfuzz::plane_reach;
+using vfuzz::twin_out;
 
 void box_blocks(fuzz_input& in, vfuzz::placement where) {
     const int32_t height = in.range(-2, 300);

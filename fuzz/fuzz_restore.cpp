@@ -13,18 +13,8 @@ using vfuzz::fuzz_input;
 
 namespace {
 
-struct twin_out {
-    buffer vec, ref;
-    twin_out(size_t n, vfuzz::placement where, fuzz_input& in) : vec(n, where), ref(n, where) {
-        vfuzz::fill(vec.data(), n, in);
-        memcpy(ref.data(), vec.data(), n);
-    }
-    void check(const char* what) {
-        vec.expect_intact(what);
-        ref.expect_intact(what);
-        vfuzz::expect_same(ref.data(), vec.data(), vec.size(), what);
-    }
-};
+using vfuzz::plane_reach;
+using vfuzz::twin_out;
 
 struct input_plane : buffer {
     input_plane(size_t n, vfuzz::placement where, fuzz_input& in) : buffer(n, where) {

@@ -14,6 +14,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <memory>
 
@@ -62,6 +63,28 @@ void fill(uint8_t* p, size_t n, fuzz_input& in);
 
 // Aborts with a message naming `what` and the first differing byte if the two differ.
 void expect_same(const uint8_t* expected, const uint8_t* actual, size_t n, const char* what);
+
+// Bytes from the first to the last byte a plane of `rows` rows of `row_bytes` bytes with
+// `stride` covers; 0 for an empty plane.
+inline size_t plane_reach(int32_t rows, int32_t row_bytes, int32_t stride) {
+    if (rows < 1 || row_bytes < 1)
+        return 0;
+    return static_cast<size_t>(rows - 1) * stride + row_bytes;
+}
+
+// Two identical output buffers, one per twin, compared byte for byte after both ran.
+struct twin_out {
+    buffer vec, ref;
+    twin_out(size_t n, placement where, fuzz_input& in) : vec(n, where), ref(n, where) {
+        fill(vec.data(), n, in);
+        memcpy(ref.data(), vec.data(), n);
+    }
+    void check(const char* what) {
+        vec.expect_intact(what);
+        ref.expect_intact(what);
+        expect_same(ref.data(), vec.data(), vec.size(), what);
+    }
+};
 
 // The library's log lines are kept here instead of printed: every line is counted and the
 // first 64 after a reset are kept (fixed storage, safe from any thread).
