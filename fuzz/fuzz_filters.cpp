@@ -44,21 +44,14 @@ void box_job(fuzz_input& in, vfuzz::placement where) {
     buffer src(reach, where);
     vfuzz::fill(src.data(), reach, in);
     twin_out low(reach, where, in), high(reach, where, in);
-    box_filter_job job = {};
-    job.stride = stride;
-    job.height = height;
-    job.width = width;
-    job.source = src.data();
-    job.low = low.vec.data();
-    job.high = high.vec.data();
-    box_filter_run_job(&job);
+    box_filter_band(src.data(), low.vec.data(), high.vec.data(), stride, height, width);
     if (height >= 1) {
         for (int32_t x = 0; x < width; ++x)
             box_filter_column_c(src.data() + x, low.ref.data() + x, high.ref.data() + x, stride,
                                 height);
     }
-    low.check("box_filter_run_job low");
-    high.check("box_filter_run_job high");
+    low.check("box_filter_band low");
+    high.check("box_filter_band high");
 }
 
 void bilateral_span3(fuzz_input& in, vfuzz::placement where) {

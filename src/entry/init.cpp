@@ -2,14 +2,13 @@
 // detached workers.
 #include <errno.h>
 #include <string.h>
-#include <time.h>
 
 #include "entry/handle.h"
-#include "entry/hooks.h"
-#include "pipeline/signal.h"
 #include "pipeline/workers.h"
+#include "platform/hooks.h"
 #include "platform/log.h"
 #include "vantor_ext.h"
+#include "vantor_kernels.h"
 
 namespace {
 
@@ -107,33 +106,13 @@ void link_job(Job* job, vantor_thread* t, int32_t priority, int32_t* ready, pthr
     job->done_cond = &t->done_cond;
 }
 
-// Starts one detached worker, counted as live before it can run.
-bool start_worker(vantor_handle* h, pthread_t* tid, void* (*body)(void*), void* arg) {
-    pthread_mutex_t* mutex = &h->thread[0].mutex;
-    pthread_mutex_lock(mutex);
-    h->live_workers += 1;
-    pthread_mutex_unlock(mutex);
-
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-    const int ret = vtr_thread_create_hook(tid, &attr, body, arg);
-    pthread_attr_destroy(&attr);
-    if (ret == 0)
-        return true;
-    pthread_mutex_lock(mutex);
-    h->live_workers -= 1;
-    pthread_mutex_unlock(mutex);
-    return false;
-}
-
 bool start_workers(vantor_handle* h, const scenario_info& s) {
     vantor_thread* t = &h->thread[0];
     for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
         link_job(&t->deinterleave_job[i], t, s.priority, &t->deinterleave_ready,
                  &t->deinterleave_cond);
-        if (!start_worker(h, &t->deinterleave_tid[i], vantor_deinterleave_thread_func,
-                          &t->deinterleave_job[i])) {
+        if (!vtr_start_worker(t, &t->deinterleave_tid[i], vantor_deinterleave_thread_func,
+                              &t->deinterleave_job[i])) {
             VTR_LOGE("thread create fail to vantor_deinterleave_thread_func");
             return false;
         }
@@ -141,22 +120,22 @@ bool start_workers(vantor_handle* h, const scenario_info& s) {
     t->box_filter_cond = PTHREAD_COND_INITIALIZER;
     for (int32_t i = 0; i < VTR_STRIP_COUNT; ++i) {
         link_job(&t->box_filter_job[i], t, s.priority, &t->box_filter_ready, &t->box_filter_cond);
-        if (!start_worker(h, &t->box_filter_tid[i], box_filter_col, &t->box_filter_job[i])) {
+        if (!vtr_start_worker(t, &t->box_filter_tid[i], box_filter_col, &t->box_filter_job[i])) {
             // Names another kernel; this is the line operators know.
             VTR_LOGE("thread create fail to deinterleave_yuv420_uv_downsample");
             return false;
         }
     }
     t->yuv_cond = PTHREAD_COND_INITIALIZER;
-    if (!start_worker(h, &t->u_tid, vantor_u, t)) {
+    if (!vtr_start_worker(t, &t->u_tid, vantor_u, t)) {
         VTR_LOGE("thread create fail to vantor_u");
         return false;
     }
-    if (!start_worker(h, &t->v_tid, vantor_v, t)) {
+    if (!vtr_start_worker(t, &t->v_tid, vantor_v, t)) {
         VTR_LOGE("thread create fail to vantor_v");
         return false;
     }
-    if (!start_worker(h, &t->y_tid, vantor_y, t)) {
+    if (!vtr_start_worker(t, &t->y_tid, vantor_y, t)) {
         VTR_LOGE("thread create fail to vantor_y");
         return false;
     }
@@ -166,7 +145,7 @@ bool start_workers(vantor_handle* h, const scenario_info& s) {
         link_job(job, t, s.priority, &t->interleave_ready, &t->interleave_cond);
         job->scenario = h->scenario;
         job->saturation = s.saturation;
-        if (!start_worker(h, &t->interleave_tid[i], vantor_interleave_thread_func, job)) {
+        if (!vtr_start_worker(t, &t->interleave_tid[i], vantor_interleave_thread_func, job)) {
             VTR_LOGE("thread create fail to restore_interleave_yuv420");
             return false;
         }
@@ -174,9 +153,8 @@ bool start_workers(vantor_handle* h, const scenario_info& s) {
     return true;
 }
 
-bool all_parked(const vantor_thread* t) {
-    return t->deinterleave_ready >= VTR_STRIP_COUNT && t->box_filter_ready >= VTR_STRIP_COUNT &&
-           t->yuv_ready >= VTR_PLANE_WORKERS && t->interleave_ready >= VTR_STRIP_COUNT;
+void release_record(vantor_thread* record) {
+    vtr_release_handle(vtr_handle_of(record));
 }
 
 }  // namespace
@@ -234,7 +212,8 @@ void* vantor_init(int32_t width, int32_t height, int32_t scenario) {
     vantor_thread* t = &h->thread[0];
     t->mutex = PTHREAD_MUTEX_INITIALIZER;
     t->done_cond = PTHREAD_COND_INITIALIZER;
-    h->ready_cond = PTHREAD_COND_INITIALIZER;
+    t->ready_cond = PTHREAD_COND_INITIALIZER;
+    t->release = release_record;
 
     if (!allocate_buffers(h)) {
         vantor_deinit(h);
@@ -269,28 +248,12 @@ int32_t vantor_deinit(void* handle) {
     pthread_mutex_lock(&h->run_mutex[0]);
 
     // The stage lock is taken before the buffers go, so that no worker can be between a
-    // stage it was woken for and its report: one still busy after a timed-out stage keeps
-    // the buffers until the handle itself is released.
+    // stage it was woken for and its report: one still out after a timed-out stage keeps the
+    // buffers until the handle itself is released.
     pthread_mutex_lock(&t->mutex);
-    if (h->busy_workers == 0)
+    if (vtr_workers_idle(t))
         free_buffers(h);
-
-    t->quit = 1;
-    t->done_count = 0;
-    for (deinterleave_job& job : t->deinterleave_job)
-        job.quit = 1;
-    for (interleave_job& job : t->interleave_job)
-        job.quit = 1;
-    for (box_filter_job& job : t->box_filter_job)
-        job.quit = 1;
-    pthread_cond_broadcast(&t->deinterleave_cond);
-    pthread_cond_broadcast(&t->yuv_cond);
-    pthread_cond_broadcast(&t->interleave_cond);
-    pthread_cond_broadcast(&t->box_filter_cond);
-    // One bounded wait, no predicate: teardown goes on after it whatever has been reported.
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_TEARDOWN_WAIT_MS, "vantor_deinit");
-
-    if (h->live_workers == 0) {
+    if (vtr_stop_workers(t, VTR_TEARDOWN_WAIT_MS)) {
         pthread_mutex_unlock(&t->mutex);
         pthread_mutex_unlock(&h->run_mutex[0]);
         vtr_release_handle(h);
@@ -298,7 +261,6 @@ int32_t vantor_deinit(void* handle) {
     }
     // Some worker has not left yet: the last one to leave frees the handle. The stage lock is
     // released last, since from then on the handle may be gone.
-    h->orphaned = 1;
     pthread_mutex_unlock(&h->run_mutex[0]);
     pthread_mutex_unlock(&t->mutex);
     return 0;
@@ -307,25 +269,11 @@ int32_t vantor_deinit(void* handle) {
 int32_t vantor_wait_ready(void* handle, int32_t timeout_ms) {
     if (handle == nullptr)
         return EINVAL;
-    vantor_handle* h = static_cast<vantor_handle*>(handle);
-    vantor_thread* t = &h->thread[0];
+    return vtr_wait_parked(&static_cast<vantor_handle*>(handle)->thread[0], timeout_ms);
+}
 
-    struct timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    const int64_t ns =
-        deadline.tv_nsec + static_cast<int64_t>(timeout_ms < 0 ? 0 : timeout_ms) * 1000000;
-    deadline.tv_sec += static_cast<time_t>(ns / 1000000000);
-    deadline.tv_nsec = static_cast<long>(ns % 1000000000);
-
-    if (pthread_mutex_timedlock(&t->mutex, &deadline) != 0)
-        return ETIMEDOUT;
-    int32_t ret = 0;
-    while (!all_parked(t)) {
-        if (pthread_cond_timedwait(&h->ready_cond, &t->mutex, &deadline) == ETIMEDOUT) {
-            ret = all_parked(t) ? 0 : ETIMEDOUT;
-            break;
-        }
-    }
-    pthread_mutex_unlock(&t->mutex);
-    return ret;
+int32_t vantor_frame_status(void* handle) {
+    if (handle == nullptr)
+        return -1;
+    return vtr_status_of(&static_cast<vantor_handle*>(handle)->thread[0]);
 }

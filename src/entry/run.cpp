@@ -1,7 +1,9 @@
 // vantor_run: records one frame in the slot and runs the stage driver on the caller's thread.
-#include "entry/formats.h"
 #include "entry/handle.h"
+#include "pipeline/formats.h"
 #include "platform/log.h"
+#include "vantor_ext.h"
+#include "vantor_kernels.h"
 
 namespace {
 
@@ -38,6 +40,7 @@ int32_t* vantor_run(void* handle, uintptr_t in_address_1, uintptr_t in_address_2
     pthread_mutex_lock(&h->run_mutex[index]);
 
     if (!frame_fits(h, width, height)) {
+        vtr_status_set(&h->thread[index], VANTOR_FRAME_NOT_RUN);
         VTR_LOGE("vantor_run, frame %dx%d does not fit handle %dx%d", width, height, h->init_width,
                  h->init_height);
         pthread_mutex_unlock(&h->run_mutex[index]);
@@ -89,6 +92,7 @@ int32_t* vantor_run(void* handle, uintptr_t in_address_1, uintptr_t in_address_2
                  format == static_cast<int32_t>(VTR_YUYV) ? "VTR_YUYV" : "VTR_YUV2");
     } else {
         // Returns with the slot still locked: later calls on this handle block.
+        vtr_status_set(t, VANTOR_FRAME_NOT_RUN);
         VTR_LOGE("vantor_run, Not supported format");
         return &h->result[index];
     }

@@ -75,12 +75,12 @@ void box_filter_col_c(const uint8_t* source, uint8_t* low, uint8_t* high, int32_
         box_filter_column_c(source + x, low + x, high + x, stride, height);
 }
 
-void box_filter_run_job(const box_filter_job* job) {
-    const int32_t width = job->width;
-    if (width < 1 || job->height < 1)
+void box_filter_band(const uint8_t* source, uint8_t* low, uint8_t* high, int32_t stride,
+                     int32_t height, int32_t width) {
+    if (width < 1 || height < 1)
         return;
     const int32_t w32 = width & ~(VTR_BOX_BLOCK - 1);
-    box_filter_col_neon(job->source, job->low, job->high, job->stride, job->height, w32);
+    box_filter_col_neon(source, low, high, stride, height, w32);
     for (int32_t x = w32; x < width; ++x)
-        box_filter_column_c(job->source + x, job->low + x, job->high + x, job->stride, job->height);
+        box_filter_column_c(source + x, low + x, high + x, stride, height);
 }

@@ -13,27 +13,9 @@
 #ifndef VANTOR_FILTERS_BOX_FILTER_H
 #define VANTOR_FILTERS_BOX_FILTER_H
 
-#include <pthread.h>
 #include <stdint.h>
 
 #include "vantor_kernels.h"
-
-// Job record of one box-filter worker: one column strip of the frame.
-struct box_filter_job {
-    uint32_t quit;     // tested as a byte: non-zero makes the worker leave
-    int32_t priority;  // niceness of the worker's thread
-    int32_t stride;    // row stride of source, low and high in bytes
-    int32_t height;    // rows
-    int32_t width;     // columns of this strip
-    const uint8_t* source;
-    uint8_t* low;
-    uint8_t* high;
-    int32_t* done_count;
-    int32_t* ready;
-    pthread_cond_t* start_cond;
-    pthread_mutex_t* mutex;
-    pthread_cond_t* done_cond;
-};
 
 // Window rows above and below the centre; the window has 2 * 31 + 1 rows plus the doubled
 // centre, 64 weights in all.
@@ -69,9 +51,10 @@ void box_filter_col_c(const uint8_t* source, uint8_t* low, uint8_t* high, int32_
 void box_filter_column_c(const uint8_t* source, uint8_t* low, uint8_t* high, int32_t stride,
                          int32_t height);
 
-// Filters every column of the job's strip: the whole 32-column blocks with box_filter_col_neon,
-// the remaining width % 32 columns one by one with box_filter_column_c. Reads and writes only
+// Filters every column of one band: the whole 32-column blocks with box_filter_col_neon, the
+// remaining width % 32 columns one by one with box_filter_column_c. Reads and writes only
 // columns 0 .. width - 1 of rows 0 .. height - 1; a width or height < 1 writes nothing.
-void box_filter_run_job(const box_filter_job* job);
+void box_filter_band(const uint8_t* source, uint8_t* low, uint8_t* high, int32_t stride,
+                     int32_t height, int32_t width);
 
 #endif  // VANTOR_FILTERS_BOX_FILTER_H

@@ -9,10 +9,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "entry/formats.h"
-#include "entry/handle.h"
+#include "pipeline/formats.h"
+#include "pipeline/record.h"
 #include "pipeline/signal.h"
 #include "platform/log.h"
+#include "resample/deinterleave.h"
+#include "vantor_ext.h"
 
 namespace {
 
@@ -53,6 +55,17 @@ strip_offsets offsets_of(const vantor_thread* t, int32_t strip, int32_t rows) {
     return o;
 }
 
+// Wakes the stage's workers and waits once for the last one's report. Workers still out when
+// the wait ends (time-out or early wake-up) mark the frame late for this stage.
+void run_stage(vantor_thread* t, vtr_stage stage, pthread_cond_t* start, int32_t workers,
+               const char* name) {
+    t->pending[stage] = workers;
+    pthread_cond_broadcast(start);
+    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, name);
+    if (t->pending[stage] != 0)
+        vtr_status_add(t, VANTOR_FRAME_LATE_DEINTERLEAVE << stage);
+}
+
 }  // namespace
 
 int32_t vantor_deinterleave(vantor_thread* t) {
@@ -88,18 +101,13 @@ int32_t vantor_deinterleave(vantor_thread* t) {
             job->packed_in = address(t->yuyv_address) + o.packed;
         }
     }
-    pthread_cond_broadcast(&t->deinterleave_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_deinterleave");
+    run_stage(t, VTR_STAGE_DEINTERLEAVE, &t->deinterleave_cond, VTR_STRIP_COUNT,
+              "vantor_deinterleave");
     return 0;
 }
 
 void y_low_downsample(vantor_thread* t) {
-    const int32_t block_rows = t->aligned_height >> 4;
-    const int32_t block_cols = t->width >> 4;
-    const ptrdiff_t w = t->width;
-    for (int32_t r = 0; r < block_rows; ++r)
-        for (int32_t c = 0; c < block_cols; ++c)
-            t->downsampled_y[r * block_cols + c] = t->y_low[16 * r * w + 16 * c];
+    decimate_plane_16(t->y_low, t->width, t->aligned_height, t->downsampled_y);
 }
 
 int32_t vantor_box_filter(vantor_thread* t) {
@@ -118,8 +126,7 @@ int32_t vantor_box_filter(vantor_thread* t) {
         job->low = t->y_low + i * band;
         job->high = t->y_high + i * band;
     }
-    pthread_cond_broadcast(&t->box_filter_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_box_filter");
+    run_stage(t, VTR_STAGE_BOX_FILTER, &t->box_filter_cond, VTR_STRIP_COUNT, "vantor_box_filter");
     y_low_downsample(t);
     return 0;
 }
@@ -130,8 +137,7 @@ int32_t vantor_yuv(vantor_thread* t) {
         return -1;
     }
     t->yuv_ready = 0;
-    pthread_cond_broadcast(&t->yuv_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_yuv");
+    run_stage(t, VTR_STAGE_YUV, &t->yuv_cond, VTR_PLANE_WORKERS, "vantor_yuv");
     return 0;
 }
 
@@ -167,8 +173,7 @@ int32_t vantor_interleave(vantor_thread* t) {
             job->frame = address(t->yuyv_address) + o.packed;
         }
     }
-    pthread_cond_broadcast(&t->interleave_cond);
-    vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, "vantor_interleave");
+    run_stage(t, VTR_STAGE_INTERLEAVE, &t->interleave_cond, VTR_STRIP_COUNT, "vantor_interleave");
 
     // NV21 whose height is not a multiple of 16: close the gap that the luma padding rows left
     // in front of the V/U plane. The ranges overlap, the destination lying lower.
@@ -187,11 +192,13 @@ int32_t vantor_run_thread(void* record) {
         return -EINVAL;
     }
     vantor_thread* t = static_cast<vantor_thread*>(record);
+    vtr_status_set(t, VANTOR_FRAME_OK);
     // Left as it is after the frame: the caller keeps the scenario's niceness.
     setpriority(PRIO_PROCESS, gettid(), t->priority);
 
     const int lock = vantor_timedlock(&t->mutex, VTR_LOCK_WAIT_MS, "vantor_run_thread");
     if (lock != 0) {
+        vtr_status_set(t, VANTOR_FRAME_NOT_RUN);
         // The timed lock reports a time-out as ETIMEDOUT, so a time-out takes the second
         // branch; both lines name the first stage.
         if (lock == EBUSY) {
@@ -203,29 +210,25 @@ int32_t vantor_run_thread(void* record) {
         return -ENOSYS;
     }
 
-    int32_t ret = vantor_deinterleave(t);
-    if (ret != 0) {
-        pthread_mutex_unlock(&t->mutex);
-        VTR_LOGE("vantor_deinterleave is fail.. ret = %d", ret);
-        return -EINVAL;
+    struct stage_entry {
+        int32_t (*run)(vantor_thread*);
+        const char* failure;
+    };
+    static const stage_entry stages[VTR_STAGE_COUNT] = {
+        {vantor_deinterleave, "vantor_deinterleave is fail.. ret = %d"},
+        {vantor_box_filter, "vantor_box_filter is fail.. ret = %d"},
+        {vantor_yuv, "vantor_yuv is fail.. ret = %d"},
+        {vantor_interleave, "vantor_interleave is fail.. ret = %d"},
+    };
+    for (int32_t stage = 0; stage < VTR_STAGE_COUNT; ++stage) {
+        const int32_t ret = stages[stage].run(t);
+        if (ret != 0) {
+            vtr_status_add(t, VANTOR_FRAME_REFUSED_DEINTERLEAVE << stage);
+            pthread_mutex_unlock(&t->mutex);
+            VTR_LOGE(stages[stage].failure, ret);
+            return -EINVAL;
+        }
     }
-    ret = vantor_box_filter(t);
-    if (ret != 0) {
-        pthread_mutex_unlock(&t->mutex);
-        VTR_LOGE("vantor_box_filter is fail.. ret = %d", ret);
-        return -EINVAL;
-    }
-    ret = vantor_yuv(t);
-    if (ret != 0) {
-        pthread_mutex_unlock(&t->mutex);
-        VTR_LOGE("vantor_yuv is fail.. ret = %d", ret);
-        return -EINVAL;
-    }
-    ret = vantor_interleave(t);
     pthread_mutex_unlock(&t->mutex);
-    if (ret != 0) {
-        VTR_LOGE("vantor_interleave is fail.. ret = %d", ret);
-        return -EINVAL;
-    }
     return 0;
 }

@@ -1,7 +1,6 @@
-// Job records of the row-strip stages. Each begins with the worker's own stop flag and
-// niceness and ends with links back into its vantor_thread record; the stage driver fills the
-// words between for every frame. The box-filter record lives with its filter
-// (filters/box_filter.h).
+// Job records of the three strip and band stages. Each begins with the worker's own stop flag
+// and niceness and ends with links back into its vantor_thread record; the stage driver fills
+// the words between for every frame.
 #ifndef VANTOR_PIPELINE_JOBS_H
 #define VANTOR_PIPELINE_JOBS_H
 
@@ -20,6 +19,23 @@ struct deinterleave_job {
     uint8_t* vu_in;      // 4:2:0 only
     uint8_t* packed_in;  // 4:2:2 only
     int32_t format;
+    int32_t* done_count;
+    int32_t* ready;
+    pthread_cond_t* start_cond;
+    pthread_mutex_t* mutex;
+    pthread_cond_t* done_cond;
+};
+
+// One box-filter worker: one column band of the frame, all rows.
+struct box_filter_job {
+    uint32_t quit;     // tested as a byte: non-zero makes the worker leave
+    int32_t priority;  // niceness of the worker's thread
+    int32_t stride;    // row stride of source, low and high in bytes
+    int32_t height;    // rows
+    int32_t width;     // columns of this band
+    const uint8_t* source;
+    uint8_t* low;
+    uint8_t* high;
     int32_t* done_count;
     int32_t* ready;
     pthread_cond_t* start_cond;

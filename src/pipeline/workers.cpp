@@ -8,21 +8,23 @@
 // about to be freed. Leaving workers count into done_count towards the total of fifteen.
 #include "pipeline/workers.h"
 
-#include <string.h>
+#include <errno.h>
 #include <sys/resource.h>
+#include <time.h>
 #include <unistd.h>
 
-#include "entry/formats.h"
+#include "filters/box_filter.h"
+#include "pipeline/formats.h"
 #include "pipeline/signal.h"
+#include "platform/hooks.h"
 #include "platform/log.h"
 #include "resample/deinterleave.h"
 #include "resample/restore.h"
 #include "resample/upsample.h"
 
-namespace {
+void (*vtr_work_hook)(int32_t stage, const void* job) = nullptr;
 
-constexpr int32_t VTR_BLOCK = 16;        // luma block edge of the reduced planes
-constexpr int32_t VTR_WIDTH_STEP = 128;  // the deinterleave kernels' column step
+namespace {
 
 struct worker_spec {
     void* arg;
@@ -33,143 +35,78 @@ struct worker_spec {
     pthread_mutex_t* mutex;
     pthread_cond_t* done_cond;
     int32_t target;  // workers of this stage
+    vtr_stage stage;
     const char* name;
     bool (*quit)(const void* arg);  // called with the mutex held
     bool (*work)(void* arg);        // false: unknown format, the thread ends unreported
 };
 
-// Called with the mutex held; releases it. Frees the handle when the teardown has already
-// returned without it and this was the last worker.
-void leave(vantor_handle* h, pthread_mutex_t* mutex) {
-    h->live_workers -= 1;
-    const bool release = h->orphaned != 0 && h->live_workers == 0;
-    pthread_mutex_unlock(mutex);
+// Called with the mutex held; releases it. Releases the record's block when the teardown has
+// already returned without it and this was the last worker.
+void leave(vantor_thread* t) {
+    t->live_workers -= 1;
+    const bool release = t->orphaned != 0 && t->live_workers == 0;
+    pthread_mutex_unlock(&t->mutex);
     if (release)
-        vtr_release_handle(h);
+        t->release(t);
 }
 
 // Returns true when the worker gave up on an unknown format, false when it was told to stop.
 bool run_worker(const worker_spec& s) {
-    vantor_handle* h = vtr_handle_of_mutex(s.mutex);
+    vantor_thread* t = vtr_record_of_mutex(s.mutex);
     setpriority(PRIO_PROCESS, gettid(), s.priority);
     pthread_mutex_lock(s.mutex);
     for (;;) {
         if (s.quit(s.arg))
             break;
-        pthread_cond_broadcast(&h->ready_cond);
+        pthread_cond_broadcast(&t->ready_cond);
         // Any wake-up is a start: there is no predicate to re-check.
         vantor_wait_signal(s.start_cond, s.mutex, s.ready, s.name);
         if (s.quit(s.arg))
             break;
-        h->busy_workers += 1;
         pthread_mutex_unlock(s.mutex);
+        if (vtr_work_hook != nullptr)
+            vtr_work_hook(s.stage, s.arg);
         const bool done = s.work(s.arg);
         pthread_mutex_lock(s.mutex);
-        h->busy_workers -= 1;
+        // A spurious wake-up between frames finds nothing outstanding.
+        if (t->pending[s.stage] > 0)
+            t->pending[s.stage] -= 1;
         if (!done) {
-            leave(h, s.mutex);
+            leave(t);
             return true;
         }
         vantor_run_signal(s.done_cond, s.done_count, s.target);
     }
     vantor_run_signal(s.done_cond, s.done_count, VTR_WORKER_COUNT);
-    leave(h, s.mutex);
+    leave(t);
     return false;
 }
-
-// ---- deinterleave ----------------------------------------------------------------------
 
 bool job_quit(uint32_t word) {
     return static_cast<uint8_t>(word) != 0;
 }
 
+// ---- deinterleave ----------------------------------------------------------------------
+
 bool deinterleave_quit(const void* arg) {
     return job_quit(static_cast<const deinterleave_job*>(arg)->quit);
 }
 
-// Block-plane position of the block at luma row r (a band start) and column x.
-ptrdiff_t block_at(int32_t width, int32_t r, int32_t x) {
-    return static_cast<ptrdiff_t>(r / VTR_BLOCK) * (width / VTR_BLOCK) + x / VTR_BLOCK;
-}
-
-void edges_420(const deinterleave_job* job, int32_t wb, int32_t hb) {
-    const int32_t w = job->width;
-    const int32_t sh = job->strip_height;
-    if (hb >= 1 && wb < w) {
-        for (int32_t r = 0; r < hb; r += VTR_BLOCK) {
-            for (int32_t x = wb; x < w; x += VTR_BLOCK) {
-                const uint8_t* pair = job->vu_in + static_cast<ptrdiff_t>(r / 2) * w + x;
-                job->first_out[block_at(w, r, x)] = pair[0];
-                job->second_out[block_at(w, r, x)] = pair[1];
-            }
-        }
-    }
-    if (sh % VTR_BLOCK != 0 && w >= 1) {
-        for (int32_t x = 0; x < w; x += VTR_BLOCK) {
-            const uint8_t* pair = job->vu_in + static_cast<ptrdiff_t>(hb) * (w / 2) + x;
-            job->first_out[block_at(w, sh, x)] = pair[0];
-            job->second_out[block_at(w, sh, x)] = pair[1];
-        }
-        for (int32_t r = hb; r < sh; ++r)
-            memmove(job->y_out + static_cast<ptrdiff_t>(r) * w,
-                    job->y_in + static_cast<ptrdiff_t>(r) * w, w);
-        const uint8_t* last = job->y_out + static_cast<ptrdiff_t>(sh - 1) * w;
-        for (int32_t r = sh; r < hb + VTR_BLOCK; ++r)
-            memcpy(job->y_out + static_cast<ptrdiff_t>(r) * w, last, w);
-    }
-}
-
-// Luma of pixels [x0, x1) of packed row r into row r of y_out.
-void copy_packed_luma(const deinterleave_job* job, int32_t r, int32_t x0, int32_t x1) {
-    const ptrdiff_t w = job->width;
-    const uint8_t* in = job->packed_in + 2 * (r * w);
-    uint8_t* out = job->y_out + r * w;
-    for (int32_t x = x0; x < x1; ++x)
-        out[x] = in[2 * x];
-}
-
-// Chroma of the first pair of each 16-pixel group in [x0, x1) of packed row r, stored at the
-// block position of band row `band_row`.
-void sample_packed_chroma(const deinterleave_job* job, int32_t r, int32_t band_row, int32_t x0,
-                          int32_t x1) {
-    const ptrdiff_t w = job->width;
-    const uint8_t* in = job->packed_in + 2 * (r * w);
-    for (int32_t x = x0; x < x1; x += VTR_BLOCK) {
-        job->first_out[block_at(job->width, band_row, x)] = in[2 * x + 1];
-        job->second_out[block_at(job->width, band_row, x)] = in[2 * x + 3];
-    }
-}
-
-void edges_422(const deinterleave_job* job, int32_t wb, int32_t hb) {
-    const int32_t w = job->width;
-    const int32_t sh = job->strip_height;
-    if (hb >= 1 && wb < w) {
-        for (int32_t r = 0; r < hb; r += VTR_BLOCK) {
-            copy_packed_luma(job, r, wb, w);
-            sample_packed_chroma(job, r, r, wb, w);
-            for (int32_t k = 1; k < VTR_BLOCK; ++k)
-                copy_packed_luma(job, r + k, wb, w);
-        }
-    }
-    if (sh % VTR_BLOCK != 0 && w >= 1) {
-        copy_packed_luma(job, hb, 0, w);
-        sample_packed_chroma(job, hb, sh, 0, w);
-        for (int32_t r = hb + 1; r < sh; ++r)
-            copy_packed_luma(job, r, 0, w);
-        const uint8_t* last = job->y_out + static_cast<ptrdiff_t>(sh - 1) * w;
-        for (int32_t r = sh; r < hb + VTR_BLOCK; ++r)
-            memcpy(job->y_out + static_cast<ptrdiff_t>(r) * w, last, w);
-    }
-}
-
 bool deinterleave_work(void* arg) {
     const deinterleave_job* job = static_cast<const deinterleave_job*>(arg);
-    if (!vtr_is_420(job->format) && !vtr_is_422(job->format)) {
-        VTR_LOGE("vantor_deinterleave_thread_func, Not supported format");
-        return false;
+    if (vtr_is_420(job->format)) {
+        deinterleave_strip_420(job->first_out, job->second_out, job->vu_in, job->y_in, job->y_out,
+                               job->width, job->strip_height);
+        return true;
     }
-    vtr_deinterleave_strip(job);
-    return true;
+    if (vtr_is_422(job->format)) {
+        deinterleave_strip_422(job->y_out, job->first_out, job->second_out, job->packed_in,
+                               job->width, job->strip_height);
+        return true;
+    }
+    VTR_LOGE("vantor_deinterleave_thread_func, Not supported format");
+    return false;
 }
 
 // ---- interleave ------------------------------------------------------------------------
@@ -203,7 +140,8 @@ bool box_filter_quit(const void* arg) {
 }
 
 bool box_filter_work(void* arg) {
-    box_filter_run_job(static_cast<const box_filter_job*>(arg));
+    const box_filter_job* job = static_cast<const box_filter_job*>(arg);
+    box_filter_band(job->source, job->low, job->high, job->stride, job->height, job->width);
     return true;
 }
 
@@ -254,48 +192,34 @@ bool y_work(void* arg) {
 }
 
 worker_spec plane_spec(vantor_thread* t, bool (*work)(void*)) {
-    return {t,         t->priority,   &t->done_count,    &t->yuv_ready, &t->yuv_cond,
-            &t->mutex, &t->done_cond, VTR_PLANE_WORKERS, "vantor_yuv",  plane_quit,
-            work};
+    return {t,          t->priority,   &t->done_count,    &t->yuv_ready, &t->yuv_cond,
+            &t->mutex,  &t->done_cond, VTR_PLANE_WORKERS, VTR_STAGE_YUV, "vantor_yuv",
+            plane_quit, work};
 }
 
 }  // namespace
 
-void vtr_deinterleave_strip(const deinterleave_job* job) {
-    const int32_t wb = job->width & ~(VTR_WIDTH_STEP - 1);
-    const int32_t hb = job->strip_height & ~(VTR_BLOCK - 1);
-    if (vtr_is_420(job->format)) {
-        deinterleave_yuv420_uv_downsample_neon(job->first_out, job->second_out, job->vu_in, wb, hb,
-                                               job->width);
-        edges_420(job, wb, hb);
-    } else {
-        deinterleave_yuv422_uv_downsample_neon(job->y_out, job->first_out, job->second_out,
-                                               job->packed_in, job->width, hb, wb);
-        edges_422(job, wb, hb);
-    }
-}
-
 void* vantor_deinterleave_thread_func(void* arg) {
     deinterleave_job* job = static_cast<deinterleave_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
-                job->done_cond, VTR_STRIP_COUNT, "vantor_deinterleave_thread_func",
-                deinterleave_quit, deinterleave_work});
+                job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_DEINTERLEAVE,
+                "vantor_deinterleave_thread_func", deinterleave_quit, deinterleave_work});
     return nullptr;
 }
 
 void* vantor_interleave_thread_func(void* arg) {
     interleave_job* job = static_cast<interleave_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
-                job->done_cond, VTR_STRIP_COUNT, "vantor_interleave_thread_func", interleave_quit,
-                interleave_work});
+                job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_INTERLEAVE,
+                "vantor_interleave_thread_func", interleave_quit, interleave_work});
     return nullptr;
 }
 
 void* box_filter_col(void* arg) {
     box_filter_job* job = static_cast<box_filter_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
-                job->done_cond, VTR_STRIP_COUNT, "box_filter_col", box_filter_quit,
-                box_filter_work});
+                job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_BOX_FILTER, "box_filter_col",
+                box_filter_quit, box_filter_work});
     return arg;
 }
 
@@ -311,4 +235,103 @@ void* vantor_v(void* arg) {
 void* vantor_y(void* arg) {
     run_worker(plane_spec(static_cast<vantor_thread*>(arg), y_work));
     return nullptr;
+}
+
+// ---- lifetime ------------------------------------------------------------------------------
+
+bool vtr_start_worker(vantor_thread* t, pthread_t* tid, void* (*body)(void*), void* arg) {
+    pthread_mutex_lock(&t->mutex);
+    t->live_workers += 1;
+    pthread_mutex_unlock(&t->mutex);
+
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    const int ret = vtr_thread_create_hook(tid, &attr, body, arg);
+    pthread_attr_destroy(&attr);
+    if (ret == 0)
+        return true;
+    pthread_mutex_lock(&t->mutex);
+    t->live_workers -= 1;
+    pthread_mutex_unlock(&t->mutex);
+    return false;
+}
+
+bool vtr_workers_idle(const vantor_thread* t) {
+    for (int32_t pending : t->pending)
+        if (pending != 0)
+            return false;
+    return true;
+}
+
+bool vtr_workers_parked(const vantor_thread* t) {
+    return t->deinterleave_ready >= VTR_STRIP_COUNT && t->box_filter_ready >= VTR_STRIP_COUNT &&
+           t->yuv_ready >= VTR_PLANE_WORKERS && t->interleave_ready >= VTR_STRIP_COUNT &&
+           vtr_workers_idle(t);
+}
+
+bool vtr_stop_workers(vantor_thread* t, int32_t ms) {
+    t->quit = 1;
+    t->done_count = 0;
+    for (deinterleave_job& job : t->deinterleave_job)
+        job.quit = 1;
+    for (interleave_job& job : t->interleave_job)
+        job.quit = 1;
+    for (box_filter_job& job : t->box_filter_job)
+        job.quit = 1;
+    pthread_cond_broadcast(&t->deinterleave_cond);
+    pthread_cond_broadcast(&t->yuv_cond);
+    pthread_cond_broadcast(&t->interleave_cond);
+    pthread_cond_broadcast(&t->box_filter_cond);
+    // One bounded wait, no predicate: teardown goes on after it whatever has been reported.
+    vantor_timedwait_signal(&t->done_cond, &t->mutex, ms, "vantor_deinit");
+    if (t->live_workers == 0)
+        return true;
+    t->orphaned = 1;
+    return false;
+}
+
+namespace {
+
+// Waiting for the workers to park reads the monotonic clock, unlike the stage waits: a
+// wall-clock step must not cut it short. Bionic has the clock-taking calls from API 30 only.
+#if defined(__ANDROID__) && __ANDROID_API__ < 30
+constexpr clockid_t VTR_PARK_CLOCK = CLOCK_REALTIME;
+int park_lock(pthread_mutex_t* m, const timespec* deadline) {
+    return pthread_mutex_timedlock(m, deadline);
+}
+int park_wait(pthread_cond_t* c, pthread_mutex_t* m, const timespec* deadline) {
+    return pthread_cond_timedwait(c, m, deadline);
+}
+#else
+constexpr clockid_t VTR_PARK_CLOCK = CLOCK_MONOTONIC;
+int park_lock(pthread_mutex_t* m, const timespec* deadline) {
+    return pthread_mutex_clocklock(m, VTR_PARK_CLOCK, deadline);
+}
+int park_wait(pthread_cond_t* c, pthread_mutex_t* m, const timespec* deadline) {
+    return pthread_cond_clockwait(c, m, VTR_PARK_CLOCK, deadline);
+}
+#endif
+
+}  // namespace
+
+int32_t vtr_wait_parked(vantor_thread* t, int32_t timeout_ms) {
+    struct timespec deadline;
+    clock_gettime(VTR_PARK_CLOCK, &deadline);
+    const int64_t ns =
+        deadline.tv_nsec + static_cast<int64_t>(timeout_ms < 0 ? 0 : timeout_ms) * 1000000;
+    deadline.tv_sec += static_cast<time_t>(ns / 1000000000);
+    deadline.tv_nsec = static_cast<long>(ns % 1000000000);
+
+    if (park_lock(&t->mutex, &deadline) != 0)
+        return ETIMEDOUT;
+    int32_t ret = 0;
+    while (!vtr_workers_parked(t)) {
+        if (park_wait(&t->ready_cond, &t->mutex, &deadline) == ETIMEDOUT) {
+            ret = vtr_workers_parked(t) ? 0 : ETIMEDOUT;
+            break;
+        }
+    }
+    pthread_mutex_unlock(&t->mutex);
+    return ret;
 }

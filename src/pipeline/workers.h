@@ -4,7 +4,7 @@
 #ifndef VANTOR_PIPELINE_WORKERS_H
 #define VANTOR_PIPELINE_WORKERS_H
 
-#include "entry/handle.h"
+#include "pipeline/record.h"
 
 void* vantor_deinterleave_thread_func(void* job);  // a deinterleave_job
 void* vantor_interleave_thread_func(void* job);    // an interleave_job
@@ -12,8 +12,8 @@ void* vantor_u(void* record);                      // the vantor_thread record
 void* vantor_v(void* record);
 void* vantor_y(void* record);
 
-// The deinterleave worker's strip: the block-aligned part through the vector kernel, then the
-// ragged right columns, the ragged bottom rows and the luma padding rows.
-void vtr_deinterleave_strip(const deinterleave_job* job);
+// Called by every worker just before its stage work, with the stage and the worker's argument;
+// null unless a test holds workers back through it.
+extern void (*vtr_work_hook)(int32_t stage, const void* job);
 
 #endif  // VANTOR_PIPELINE_WORKERS_H

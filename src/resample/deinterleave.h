@@ -21,9 +21,7 @@
 // (rounded up to 16); writes width_bound / 16 values per output row. width_bound <= 0 or
 // height_bound <= 0 writes nothing. A width_bound that is not a multiple of 128 is covered in
 // whole 128-byte steps, so the row must then hold width_bound rounded up to 128 bytes.
-VTR_EXPORT void deinterleave_yuv420_uv_downsample_neon(uint8_t* first_out, uint8_t* second_out,
-                                                       const uint8_t* vu_in, int32_t width_bound,
-                                                       int32_t height_bound, int32_t stride);
+// (deinterleave_yuv420_uv_downsample_neon: declared in vantor_kernels.h)
 void deinterleave_yuv420_uv_downsample_c(uint8_t* first_out, uint8_t* second_out,
                                          const uint8_t* vu_in, int32_t width_bound,
                                          int32_t height_bound, int32_t stride);
@@ -38,10 +36,7 @@ void deinterleave_yuv420_uv_downsample_c(uint8_t* first_out, uint8_t* second_out
 // runs whole bands: the input and y_out must then hold height_bound rounded up to 16 rows.
 // width_bound <= 0 or height_bound <= 0 writes nothing. A width_bound that is not a multiple
 // of 128 is covered in whole 128-pixel steps and needs rows that long.
-VTR_EXPORT void deinterleave_yuv422_uv_downsample_neon(uint8_t* y_out, uint8_t* first_out,
-                                                       uint8_t* second_out,
-                                                       const uint8_t* packed_in, int32_t width,
-                                                       int32_t height_bound, int32_t width_bound);
+// (deinterleave_yuv422_uv_downsample_neon: declared in vantor_kernels.h)
 void deinterleave_yuv422_uv_downsample_c(uint8_t* y_out, uint8_t* first_out, uint8_t* second_out,
                                          const uint8_t* packed_in, int32_t width,
                                          int32_t height_bound, int32_t width_bound);
@@ -50,10 +45,7 @@ void deinterleave_yuv422_uv_downsample_c(uint8_t* y_out, uint8_t* first_out, uin
 // only the chroma of row 0: no luma is written for it and rows 1 .. 15 are not read. From the
 // second band on the full 4:2:2 walk runs, luma included, so y_out must be a valid luma plane
 // whenever height_bound exceeds 16. Same accepted sizes; height_bound <= 0 writes nothing.
-VTR_EXPORT void deinterleave_uv422_uv_downsample_neon(uint8_t* y_out, uint8_t* first_out,
-                                                      uint8_t* second_out, const uint8_t* packed_in,
-                                                      int32_t width, int32_t height_bound,
-                                                      int32_t width_bound);
+// (deinterleave_uv422_uv_downsample_neon: declared in vantor_kernels.h)
 void deinterleave_uv422_uv_downsample_c(uint8_t* y_out, uint8_t* first_out, uint8_t* second_out,
                                         const uint8_t* packed_in, int32_t width,
                                         int32_t height_bound, int32_t width_bound);
@@ -61,6 +53,24 @@ void deinterleave_uv422_uv_downsample_c(uint8_t* y_out, uint8_t* first_out, uint
 // Scalar decimator of one plane by 8 along a row and 16 across rows: for k below rows >> 4 and
 // j below row_len >> 3, dst[k * (row_len >> 3) + j] = src[16 * row_len * k + 8 * j]. Writes
 // nothing when rows < 16 or row_len < 8.
-VTR_EXPORT void uv_downsample(const uint8_t* src, uint8_t* dst, int32_t rows, int32_t row_len);
+// (uv_downsample: declared in vantor_kernels.h)
+
+// One strip of the deinterleave stage, whole: the vector kernel over the block-aligned part
+// (columns below width & ~127, rows below strip_height & ~15), then the ragged edges. Right
+// edge: for every band, each 16-column group from width & ~127 gives its first pair (4:2:2: and
+// the group's luma of all 16 rows). Bottom edge, when strip_height is not a multiple of 16: the
+// band at hb = strip_height & ~15 samples its first row over the whole width into block row
+// strip_height / 16, copies luma rows hb .. strip_height - 1 (4:2:0: from y_in, which may equal
+// y_out) and fills rows strip_height .. hb + 15 of y_out with copies of row strip_height - 1.
+// width is a positive multiple of 16; the VU plane has width bytes per row pair.
+void deinterleave_strip_420(uint8_t* first_out, uint8_t* second_out, const uint8_t* vu_in,
+                            const uint8_t* y_in, uint8_t* y_out, int32_t width,
+                            int32_t strip_height);
+void deinterleave_strip_422(uint8_t* y_out, uint8_t* first_out, uint8_t* second_out,
+                            const uint8_t* packed_in, int32_t width, int32_t strip_height);
+
+// Point decimation by 16 both ways: dst[r * (width >> 4) + c] = src[16 * r * width + 16 * c]
+// for r below height >> 4 and c below width >> 4; nothing when either is below 1.
+void decimate_plane_16(const uint8_t* src, int32_t width, int32_t height, uint8_t* dst);
 
 #endif  // VANTOR_RESAMPLE_DEINTERLEAVE_H

@@ -30,11 +30,7 @@
 // may equal vu_in (each 16-byte block is read before it is written); other overlaps are not
 // allowed. Accepts width a positive multiple of 16 and height >= 1; any other width or a
 // height <= 0 writes nothing.
-VTR_EXPORT void restore_interleave_yuv420_neon(const uint8_t* y_in, const uint8_t* vu_in,
-                                               const uint8_t* y_comp_a, const uint8_t* y_comp_b,
-                                               const uint8_t* up_first, const uint8_t* up_second,
-                                               int32_t width, int32_t height, int32_t S,
-                                               uint8_t* y_out, uint8_t* vu_out, int32_t scenario);
+// (restore_interleave_yuv420_neon: declared in vantor_kernels.h)
 void restore_interleave_yuv420_c(const uint8_t* y_in, const uint8_t* vu_in, const uint8_t* y_comp_a,
                                  const uint8_t* y_comp_b, const uint8_t* up_first,
                                  const uint8_t* up_second, int32_t width, int32_t height, int32_t S,
@@ -43,10 +39,7 @@ void restore_interleave_yuv420_c(const uint8_t* y_in, const uint8_t* vu_in, cons
 // Packed 4:2:2 in place: height rows of 2 * width bytes (Y0 C1 Y1 C2); width luma bytes per row
 // from each component plane, width / 2 bytes per row from each upsampled plane (up_first with
 // C1). Accepts width a positive multiple of 16 and height >= 1; otherwise writes nothing.
-VTR_EXPORT void restore_interleave_yuv422_neon(uint8_t* frame, const uint8_t* y_comp_a,
-                                               const uint8_t* y_comp_b, const uint8_t* up_first,
-                                               const uint8_t* up_second, int32_t width,
-                                               int32_t height, int32_t S);
+// (restore_interleave_yuv422_neon: declared in vantor_kernels.h)
 void restore_interleave_yuv422_c(uint8_t* frame, const uint8_t* y_comp_a, const uint8_t* y_comp_b,
                                  const uint8_t* up_first, const uint8_t* up_second, int32_t width,
                                  int32_t height, int32_t S);
@@ -56,11 +49,7 @@ void restore_interleave_yuv422_c(uint8_t* frame, const uint8_t* y_comp_a, const 
 // many bytes of each upsampled plane: width / 2 bytes when width is a multiple of 32, so the
 // luma height as `rows` covers a whole VU plane. vu_out may equal vu_in. Accepts width a
 // positive multiple of 16 and rows >= 1; otherwise writes nothing.
-VTR_EXPORT void restore_interleave_uv420_neon(const uint8_t* y_in, const uint8_t* vu_in,
-                                              const uint8_t* y_comp_a, const uint8_t* y_comp_b,
-                                              const uint8_t* up_first, const uint8_t* up_second,
-                                              int32_t width, int32_t rows, int32_t S,
-                                              uint8_t* vu_out);
+// (restore_interleave_uv420_neon: declared in vantor_kernels.h)
 void restore_interleave_uv420_c(const uint8_t* y_in, const uint8_t* vu_in, const uint8_t* y_comp_a,
                                 const uint8_t* y_comp_b, const uint8_t* up_first,
                                 const uint8_t* up_second, int32_t width, int32_t rows, int32_t S,
@@ -68,10 +57,7 @@ void restore_interleave_uv420_c(const uint8_t* y_in, const uint8_t* vu_in, const
 
 // Packed 4:2:2 chroma only, in place: y_comp_a and y_comp_b are not read and the luma bytes
 // are written back as read. Same accepted sizes as restore_interleave_yuv422_neon.
-VTR_EXPORT void restore_interleave_uv422_neon(uint8_t* frame, const uint8_t* y_comp_a,
-                                              const uint8_t* y_comp_b, const uint8_t* up_first,
-                                              const uint8_t* up_second, int32_t width,
-                                              int32_t height, int32_t S);
+// (restore_interleave_uv422_neon: declared in vantor_kernels.h)
 void restore_interleave_uv422_c(uint8_t* frame, const uint8_t* y_comp_a, const uint8_t* y_comp_b,
                                 const uint8_t* up_first, const uint8_t* up_second, int32_t width,
                                 int32_t height, int32_t S);

@@ -33,22 +33,20 @@ extern const uint16_t upsample_y_neon_table4[8];
 // to h - 1). Accepts w >= 1, cols even with 0 <= cols <= w. h <= 0 or cols <= 0 writes
 // nothing. An odd cols is covered in whole 16-column blocks (8 * (cols + 1) columns), which
 // only stays inside the row while cols < w.
-VTR_EXPORT void upsample_uv420_neon(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h,
-                                    int32_t cols);
+// (upsample_uv420_neon: declared in vantor_kernels.h)
 void upsample_uv420_c(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h, int32_t cols);
 
 // 4:2:2 chroma core: as upsample_uv420_neon with 16 destination rows per source row (vertical
 // weights (16 - k, k)), so rows 0 .. 16h - 1. Same accepted sizes.
-VTR_EXPORT void upsample_uv_neon(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h,
-                                 int32_t cols);
+// (upsample_uv_neon: declared in vantor_kernels.h)
 void upsample_uv_c(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h, int32_t cols);
 
 // Wrappers on an upsample_args record: chroma_src (w x h) into chroma_dst (8w x 8h for 4:2:0,
 // 8w x 16h for 4:2:2). The core covers w rounded down to even; for an odd w the last 8
 // destination columns come from scalar code, run first. Accept w >= 1, h >= 0; h <= 0 writes
 // nothing. Return rec.
-VTR_EXPORT void* upsample_uv420(void* rec);
-VTR_EXPORT void* upsample_uv422(void* rec);
+// (upsample_uv420: declared in vantor_kernels.h)
+// (upsample_uv422: declared in vantor_kernels.h)
 
 // The same wrappers with a chosen core, so that the scalar twins can run the full path.
 using upsample_core = void (*)(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h,
@@ -58,17 +56,17 @@ void upsample_uv422_with(const upsample_args* rec, upsample_core core);
 
 // Luma core: source w x h (stride w) to destination 16w x 16h (stride 16 * w), in 16 x 16
 // blocks. Accepts w >= 1, h >= 0; w <= 0 or h <= 0 writes nothing.
-VTR_EXPORT void upsample_y_neon(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h);
+// (upsample_y_neon: declared in vantor_kernels.h)
 void upsample_y_c(uint8_t* dst, const uint8_t* src, int32_t w, int32_t h);
 
 // upsample_y_neon(rec->luma_dst, rec->luma_src, rec->width, rec->height); returns rec.
-VTR_EXPORT void* upsample_y(void* rec);
+// (upsample_y: declared in vantor_kernels.h)
 
 // Scalar 8 x 16 chroma upsampler with a mirror rule at the right and bottom border (which
 // there picks the border sample itself): src is rows x cols, dst 16 rows x 8 cols per source
 // sample, stride 8 * cols. Logs two error lines for any negative intermediate value and stores
 // its low 8 bits. Returns 16 * rows; writes nothing when that is below 1 or cols < 1.
-VTR_EXPORT int32_t uv_upsample(const uint8_t* src, uint8_t* dst, int32_t rows, int32_t cols);
+// (uv_upsample: declared in vantor_kernels.h)
 
 // The two error lines uv_upsample logs for a negative value at destination (i, j).
 void uv_upsample_report(int32_t a, int32_t b, int32_t i, int32_t j, int32_t x, int32_t x1,

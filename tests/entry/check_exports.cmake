@@ -2,7 +2,7 @@
 # names the library exports, and each of those names must be there.
 #   cmake -DNM=<nm> -DCXXFILT=<c++filt> -DLIB=<libvantor.so> -DOUT=<dir> -P check_exports.cmake
 set(allowed
-  vantor_init vantor_run vantor_deinit vantor_wait_ready
+  vantor_init vantor_run vantor_deinit vantor_wait_ready vantor_frame_status
   deinterleave_yuv420_uv_downsample_neon deinterleave_yuv422_uv_downsample_neon
   deinterleave_uv422_uv_downsample_neon uv_downsample
   upsample_uv420 upsample_uv422 upsample_uv420_neon upsample_uv_neon upsample_y upsample_y_neon

@@ -213,6 +213,7 @@ TEST_F(Entry, UnknownFormatLeavesTheSlotLockedSoTheNextCallerBlocks) {
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[1].prio, 6);
     EXPECT_EQ(lines[1].text, "vantor_run, Not supported format");
+    EXPECT_EQ(vantor_frame_status(h), VANTOR_FRAME_NOT_RUN);
     EXPECT_EQ(f.bytes(), before);
 
     std::atomic<bool> returned{false};
@@ -275,6 +276,7 @@ TEST_P(FrameFit, OnlyFramesWithinTheHandleAreProcessed) {
     snprintf(line, sizeof line, "vantor_run, frame %dx%d does not fit handle 640x470", c.width,
              c.height);
     EXPECT_EQ(vtest::log_count(6, line), c.fits ? 0 : 1);
+    EXPECT_EQ(vantor_frame_status(h), c.fits ? VANTOR_FRAME_OK : VANTOR_FRAME_NOT_RUN);
     EXPECT_EQ(f.bytes() != before, c.fits);
     if (!c.fits) {
         EXPECT_EQ(vtest::log_lines().size(), 1u);

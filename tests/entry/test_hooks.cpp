@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "entry/hooks.h"
+#include "platform/hooks.h"
 
 namespace vtest {
 

@@ -39,7 +39,7 @@ void box_reference(const uint8_t* src, uint8_t* low, uint8_t* high, int stride, 
 }
 
 enum entry { vector_blocks, scalar_blocks, job };
-const char* const entry_names[] = {"box_filter_col_neon", "box_filter_col_c", "box_filter_run_job"};
+const char* const entry_names[] = {"box_filter_col_neon", "box_filter_col_c", "box_filter_band"};
 
 int owned_columns(entry e, int width) {
     return e == job ? width : width & ~31;
@@ -53,14 +53,7 @@ void run(entry e, const uint8_t* src, uint8_t* low, uint8_t* high, int stride, i
         box_filter_col_c(src, low, high, stride, height, width);
     if (e != job)
         return;
-    box_filter_job j{};
-    j.stride = stride;
-    j.height = height;
-    j.width = width;
-    j.source = src;
-    j.low = low;
-    j.high = high;
-    box_filter_run_job(&j);
+    box_filter_band(src, low, high, stride, height, width);
 }
 
 // Heights 1..70 cover the repeated mirror, the 64-row running-sum minimum and the 65 rows of

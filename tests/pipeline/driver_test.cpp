@@ -16,6 +16,7 @@
 #include "support/log_capture.h"
 #include "vantor.h"
 #include "vantor_ext.h"
+#include "vantor_kernels.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ TEST(Driver, StageShortOfOneWorkerStopsTheFrameWithMinus22) {
         snprintf(line, sizeof line, "fail to vantor_run_thread, handle(%p), ret(-22)", h);
         EXPECT_EQ(vtest::log_count(6, line), 1);
         EXPECT_EQ(frame, std::vector<uint8_t>(frame.size(), 77)) << "nothing written";
+        EXPECT_EQ(vantor_frame_status(h), VANTOR_FRAME_REFUSED_DEINTERLEAVE << (&s - kStages));
         ASSERT_EQ(pthread_mutex_trylock(&t->mutex), 0) << "the stage lock was released";
         EXPECT_EQ(t->*s.counter, parked);
         pthread_mutex_unlock(&t->mutex);
@@ -112,6 +114,7 @@ TEST(Driver, WorkersThatDoNotReportCostOneLoggedTimeoutAndTheStageGoesOn) {
                                "from vantor_yuv"),
               1);
     EXPECT_EQ(t->yuv_ready, 3);
+    EXPECT_EQ(t->frame_status, VANTOR_FRAME_LATE_YUV);
     stop = true;
     pthread_cond_broadcast(&t->yuv_cond);
     pthread_mutex_unlock(&t->mutex);

@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "entry/hooks.h"
+#include "platform/hooks.h"
 #include "entry/test_hooks.h"
 #include "reliability/log_tally.h"
 #include "reliability/workload.h"

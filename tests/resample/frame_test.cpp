@@ -44,14 +44,7 @@ struct work {
 // Stages 2 and 3 of the pipeline, common to both formats once the luma is in `luma` and the
 // chroma in the block planes: box filter, decimation of y_low, bilateral filter, upsampling.
 void smooth_and_upsample(work& w, const uint8_t* luma, bool packed) {
-    box_filter_job job{};
-    job.stride = kW;
-    job.height = kH;
-    job.width = kW;
-    job.source = luma;
-    job.low = w.y_low.data();
-    job.high = w.y_high.data();
-    box_filter_run_job(&job);
+    box_filter_band(luma, w.y_low.data(), w.y_high.data(), kW, kH, kW);
     for (int r = 0; r < kBH; ++r) {
         for (int c = 0; c < kBW; ++c)
             w.down_y[r * kBW + c] = w.y_low[16 * r * kW + 16 * c];

@@ -13,18 +13,6 @@
 
 namespace {
 
-box_filter_job job_of(const uint8_t* src, uint8_t* low, uint8_t* high, int stride, int height,
-                      int width) {
-    box_filter_job j{};
-    j.stride = stride;
-    j.height = height;
-    j.width = width;
-    j.source = src;
-    j.low = low;
-    j.high = high;
-    return j;
-}
-
 // Heights: a third below the 64-row running-sum minimum, a third around it, the rest up to
 // 400 rows. The job runs on a strip at column `offset` of a wider plane (nothing else may
 // change) against box_filter_column_c on every strip column. box_filter_col_neon runs against
@@ -48,9 +36,8 @@ bool box_trial(twin::context& ctx) {
                     (v ? box_filter_col_neon : box_filter_col_c)(src.data(), o[0], o[1], stride,
                                                                  height, width);
                 } else if (v) {
-                    box_filter_job j = job_of(src.data() + offset, o[0] + offset, o[1] + offset,
-                                              stride, height, width);
-                    box_filter_run_job(&j);
+                    box_filter_band(src.data() + offset, o[0] + offset, o[1] + offset, stride,
+                                    height, width);
                 }
                 for (int x = offset; job && !v && x < offset + width; ++x)
                     box_filter_column_c(src.data() + x, o[0] + x, o[1] + x, stride, height);
@@ -131,12 +118,11 @@ void box_filter_col_bench(twin::bench_timer& timer) {
 }
 
 // A 1440-wide frame: bands of 360 columns, 11 vector blocks and an 8-column scalar tail.
-void box_filter_run_job_bench(twin::bench_timer& timer) {
+void box_filter_band_bench(twin::bench_timer& timer) {
     planes p(1440, 1088);
-    box_filter_job job = job_of(p.src.data(), p.a.data(), p.b.data(), 1440, 1088, 360);
     timer.pair("360x1088 band of 1440", 360 * 1088, [&](bool v) {
         if (v)
-            box_filter_run_job(&job);
+            box_filter_band(p.src.data(), p.a.data(), p.b.data(), 1440, 1088, 360);
         for (int x = 0; x < 360 && !v; ++x)
             box_filter_column_c(p.src.data() + x, p.a.data() + x, p.b.data() + x, 1440, 1088);
     });
@@ -164,7 +150,7 @@ void span3_plane_bench(twin::bench_timer& timer) {
 
 const twin::twin_case kCases[] = {
     {"box_filter_col", box_trial<false>, box_filter_col_bench},
-    {"box_filter_run_job", box_trial<true>, box_filter_run_job_bench},
+    {"box_filter_band", box_trial<true>, box_filter_band_bench},
     {"bilateral_filter_span3_center", span3_center_trial, span3_center_bench},
     {"bilateral_filter_span3_plane", span3_plane_trial, span3_plane_bench},
 };

@@ -1,4 +1,4 @@
-#include "entry/hooks.h"
+#include "platform/hooks.h"
 
 #include <stdlib.h>
 

@@ -1,7 +1,7 @@
 // Frame formats as the pipeline tells them apart. Every test compares whole 32-bit codes;
 // anything but the four known codes is unsupported.
-#ifndef VANTOR_ENTRY_FORMATS_H
-#define VANTOR_ENTRY_FORMATS_H
+#ifndef VANTOR_PIPELINE_FORMATS_H
+#define VANTOR_PIPELINE_FORMATS_H
 
 #include <stdint.h>
 
@@ -17,4 +17,4 @@ inline bool vtr_is_422(int32_t format) {
     return format == static_cast<int32_t>(VTR_YUYV) || format == static_cast<int32_t>(VTR_YUY2);
 }
 
-#endif  // VANTOR_ENTRY_FORMATS_H
+#endif  // VANTOR_PIPELINE_FORMATS_H
