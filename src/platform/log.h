@@ -1,10 +1,9 @@
 // Logging through the platform log under the tag "vantor". On Android this is liblog; on other
-// hosts the library carries a stand-in (log.cpp) with the same signature, unless VTR_ANDROID_LOG
-// asks for a liblog there too (Debian's android-liblog-dev).
+// hosts the library carries a stand-in (log.cpp) with the same signature.
 #ifndef VANTOR_PLATFORM_LOG_H
 #define VANTOR_PLATFORM_LOG_H
 
-#if defined(__ANDROID__) || defined(VTR_ANDROID_LOG)
+#if defined(__ANDROID__)
 #include <android/log.h>
 #else
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)

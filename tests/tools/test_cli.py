@@ -364,55 +364,5 @@ class BenchTests(ToolTestCase):
             self.assertTrue(all(float(v) > 0 for v in x[3:7]), x)
 
 
-class PythonModuleTests(ToolTestCase):
-    def test_module_equals_tool_in_every_format(self):
-        for fmt, pix, size in (("nv21", "nv21", (256, 136)), ("nm21", "nv21", (240, 144)),
-                               ("yuyv", "yuyv422", (256, 112)), ("yuy2", "yuyv422", (240, 98)),
-                               # the smallest frames the library takes
-                               ("nv21", "nv21", (16, 2)), ("yuyv", "yuyv422", (16, 1))):
-            w, h = size
-            data = test_source(w, h, 1, pix)
-            frame = frames_of(data, w, h, fmt)[0]
-            for scenario in ("capture", "preview"):
-                with self.subTest(fmt=fmt, scenario=scenario):
-                    self.write("in.raw", data)
-                    r = run(["denoise", "in.raw", "out.raw", "-s", "%dx%d" % size, "--format",
-                             fmt, "--scenario", scenario, "-q"], cwd=self.dir)
-                    self.assertEqual(r.returncode, 0, r.stderr.decode())
-                    copy = frame.copy()
-                    out = vantor.denoise(frame, fmt, scenario)
-                    np.testing.assert_array_equal(frame, copy)  # input untouched
-                    self.assertEqual(out.shape, frame.shape)
-                    self.assertEqual(out.tobytes(), self.read("out.raw"))
-
-    def test_handle_for_a_stream(self):
-        frames = frames_of(test_source(256, 144, 3, "yuyv422"), 256, 144, "yuyv")
-        with vantor.Denoiser(256, 144, "yuyv422", "preview") as d:
-            outs = [d.process(f.reshape(144, 256, 2)) for f in frames]
-        self.assertEqual(outs[0].shape, (144, 256, 2))
-        for f, o in zip(frames, outs):
-            np.testing.assert_array_equal(o.reshape(f.shape), vantor.denoise(f, "yuyv", "preview"))
-        with self.assertRaisesRegex(ValueError, "closed"):
-            d.process(frames[0])
-
-    def test_refusals(self):
-        good = np.zeros((216, 256), np.uint8)
-        cases = [
-            (lambda: vantor.denoise(good, "nv12"), "unknown format 'nv12'"),
-            (lambda: vantor.denoise(good, "nv21", "night"), "unknown scenario 'night'"),
-            (lambda: vantor.denoise(np.zeros((216, 250), np.uint8)), "not a multiple of 16"),
-            (lambda: vantor.denoise(np.zeros((216, 256), np.float32)), "uint8"),
-            (lambda: vantor.denoise(np.zeros((217, 256), np.uint8)), "height * 3 // 2"),
-            (lambda: vantor.denoise(np.zeros((3, 0), np.uint8)), "too small"),
-            (lambda: vantor.denoise(np.zeros((145, 500), np.uint8), "yuyv"), "not a multiple"),
-            (lambda: vantor.Denoiser(256, 144).process(np.zeros((150, 256), np.uint8)),
-             "frame of 256x100 given to a Denoiser for 256x144"),
-        ]
-        for fn, message in cases:
-            with self.subTest(message=message):
-                with self.assertRaisesRegex(ValueError, re.escape(message)):
-                    fn()
-
-
 if __name__ == "__main__":
     unittest.main()
