@@ -1,9 +1,9 @@
 # Build options and the flags that follow from them.
 
-option(VANTOR_TESTS "Build the tests" ON)
+option(VANTOR_TESTS "Build the tests" ${VANTOR_TOP_LEVEL})
 set(VANTOR_SANITIZE "" CACHE STRING "Sanitizer build: empty, address (with undefined) or thread")
 
-set(_vantor_host_default ON)
+set(_vantor_host_default ${VANTOR_TOP_LEVEL})
 if(CMAKE_CROSSCOMPILING OR ANDROID)
   set(_vantor_host_default OFF)
 endif()

@@ -3,9 +3,10 @@
 # NEON under qemu-arm and for AArch64 under qemu-aarch64; then the reliability runs: every test
 # under AddressSanitizer with UndefinedBehaviorSanitizer, the threading and whole-frame tests
 # under ThreadSanitizer, each libFuzzer target for a short time, the soak (leaks checked by
-# LeakSanitizer) and the overload run.
+# LeakSanitizer) and the overload run; last the Debian packages and the builds that use the library
+# as other projects do (scripts/consumer.sh).
 #
-#   scripts/test.sh [STEP ...]    STEP: host arm32 aarch64 asan tsan fuzz soak overload
+#   scripts/test.sh [STEP ...]    STEP: host arm32 aarch64 asan tsan fuzz soak overload consumer
 #                                 (default: all of them, in that order)
 #
 # A failed step does not stop the later ones. The summary at the end lists every step with its
@@ -175,6 +176,21 @@ step_soak() {
         --frames "$soak_frames" --cycles "$soak_cycles"
 }
 
+# scripts/consumer.sh: the README's example built against an install, pkg-config, the source tree
+# and the Debian packages, and the library against Debian's liblog; its own counts.
+step_consumer() {
+    local t0=$SECONDS line passed failed
+    echo "=== consumer: scripts/consumer.sh"
+    VANTOR_BUILD_ROOT=$root scripts/consumer.sh 2>&1 | tee "$logs/consumer.log"
+    line=$(grep -E '^consumer: [0-9]+ passed, [0-9]+ failed$' "$logs/consumer.log" | tail -n 1)
+    if [ -z "$line" ]; then
+        record consumer 0 1 $((SECONDS - t0)) "(no summary)"
+        return
+    fi
+    read -r _ passed _ failed _ <<<"$line"
+    record consumer "$passed" "$failed" $((SECONDS - t0)) ""
+}
+
 step_overload() {
     build host || { record overload 0 1 0 "(build failed)"; return; }
     program_step overload "$root/host/tests/reliability/vantor_overload" \
@@ -182,7 +198,7 @@ step_overload() {
 }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(host arm32 aarch64 asan tsan fuzz soak overload)
+[ ${#steps[@]} -gt 0 ] || steps=(host arm32 aarch64 asan tsan fuzz soak overload consumer)
 start=$SECONDS
 for s in "${steps[@]}"; do
     step_start=$SECONDS
@@ -193,6 +209,7 @@ for s in "${steps[@]}"; do
         fuzz) step_fuzz ;;
         soak) step_soak ;;
         overload) step_overload ;;
+        consumer) step_consumer ;;
         *) echo "unknown step $s" >&2; exit 2 ;;
     esac
 done

@@ -5,7 +5,7 @@
 //
 // The definition is weak so that a test program can define its own __android_log_print and
 // see every line exactly as the library formats it.
-#if !defined(__ANDROID__)
+#if !defined(__ANDROID__) && !defined(VTR_ANDROID_LOG)
 
 #include "platform/log.h"
 

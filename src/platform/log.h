@@ -1,9 +1,10 @@
 // Logging through the platform log under the tag "vantor". On Android this is liblog; on other
-// hosts the library carries a stand-in (log.cpp) with the same signature.
+// hosts the library carries a stand-in (log.cpp) with the same signature, unless VTR_ANDROID_LOG
+// asks for a liblog there too (Debian's android-liblog-dev).
 #ifndef VANTOR_PLATFORM_LOG_H
 #define VANTOR_PLATFORM_LOG_H
 
-#if defined(__ANDROID__)
+#if defined(__ANDROID__) || defined(VTR_ANDROID_LOG)
 #include <android/log.h>
 #else
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)
