@@ -210,9 +210,13 @@ class Denoiser:
         A frame that the library reports as failed (a stage that timed out or refused) is run
         again from the saved input, up to TRIES runs in all, with a FrameWarning naming the
         frame for each retry; if every run fails, FrameError is raised. Bad frames raise
-        ValueError, a closed Denoiser ValueError.
+        ValueError, a closed Denoiser ValueError; after a FrameError whose workers never
+        finished, the Denoiser raises RuntimeError.
         """
-        array = np.asarray(frame)
+        return self._process(np.asarray(frame), 3)
+
+    def _process(self, array: np.ndarray, stacklevel: int) -> npt.NDArray[np.uint8]:
+        # stacklevel makes the warnings point at the caller's line.
         size = _size_of(array, self.format)
         if size != (self.width, self.height):
             raise ValueError("frame of %dx%d given to a Denoiser for %dx%d"
@@ -221,8 +225,8 @@ class Denoiser:
             if self._handle is None:
                 raise ValueError("the Denoiser is closed")
             if self._broken:
-                raise ValueError("the Denoiser takes no more frames: the workers of a failed "
-                                 "frame never finished")
+                raise RuntimeError("the Denoiser takes no more frames: the workers of a failed "
+                                   "frame never finished")
             self._frames += 1
             number = self._frames
             np.copyto(self._saved.reshape(array.shape), array)
@@ -237,7 +241,7 @@ class Denoiser:
                 if attempt < TRIES:
                     warnings.warn("vantor: frame %d failed (%s); running it again, try %d of %d"
                                   % (number, ", ".join(failed_stages(status)), attempt + 1,
-                                     TRIES), FrameWarning, stacklevel=2)
+                                     TRIES), FrameWarning, stacklevel=stacklevel)
             raise FrameError(number, status, "failed in all %d tries" % TRIES)
 
     def close(self) -> None:
@@ -272,4 +276,4 @@ def denoise(frame: npt.ArrayLike, format: str = "nv21",
     array = np.asarray(frame)
     width, height = _size_of(array, key)
     with Denoiser(width, height, key, scenario) as d:
-        return d.process(array)
+        return d._process(array, 3)
