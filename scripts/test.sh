@@ -92,7 +92,7 @@ step_asan() {
 step_tsan() {
     local t0=$SECONDS
     # Only the programs of the threaded tests are built.
-    VANTOR_BUILD_SUBDIRS="tests/pipeline tests/entry tests/reliability" build tsan ||
+    VANTOR_BUILD_TARGETS=vantor_threaded_tests build tsan ||
         { record tsan 0 1 $((SECONDS - t0)) "(build failed)"; return; }
     ctest_step tsan "$root/tsan" -L 'pipeline|entry|threads'
 }

@@ -293,38 +293,37 @@ bool vtr_stop_workers(vantor_thread* t, int32_t ms) {
 
 namespace {
 
-// Waiting for the workers to park reads the monotonic clock, unlike the stage waits: a
-// wall-clock step must not cut it short. Bionic has the clock-taking calls from API 30 only.
+// Waiting for the workers to park reads the monotonic clock where the platform has the call for
+// it (bionic from API 30): a wall-clock step must not cut it short.
 #if defined(__ANDROID__) && __ANDROID_API__ < 30
 constexpr clockid_t VTR_PARK_CLOCK = CLOCK_REALTIME;
-int park_lock(pthread_mutex_t* m, const timespec* deadline) {
-    return pthread_mutex_timedlock(m, deadline);
-}
 int park_wait(pthread_cond_t* c, pthread_mutex_t* m, const timespec* deadline) {
     return pthread_cond_timedwait(c, m, deadline);
 }
 #else
 constexpr clockid_t VTR_PARK_CLOCK = CLOCK_MONOTONIC;
-int park_lock(pthread_mutex_t* m, const timespec* deadline) {
-    return pthread_mutex_clocklock(m, VTR_PARK_CLOCK, deadline);
-}
 int park_wait(pthread_cond_t* c, pthread_mutex_t* m, const timespec* deadline) {
     return pthread_cond_clockwait(c, m, VTR_PARK_CLOCK, deadline);
 }
 #endif
 
+timespec deadline_in(clockid_t clock, int32_t ms) {
+    timespec deadline;
+    clock_gettime(clock, &deadline);
+    const int64_t ns = deadline.tv_nsec + static_cast<int64_t>(ms < 0 ? 0 : ms) * 1000000;
+    deadline.tv_sec += static_cast<time_t>(ns / 1000000000);
+    deadline.tv_nsec = static_cast<long>(ns % 1000000000);
+    return deadline;
+}
+
 }  // namespace
 
 int32_t vtr_wait_parked(vantor_thread* t, int32_t timeout_ms) {
-    struct timespec deadline;
-    clock_gettime(VTR_PARK_CLOCK, &deadline);
-    const int64_t ns =
-        deadline.tv_nsec + static_cast<int64_t>(timeout_ms < 0 ? 0 : timeout_ms) * 1000000;
-    deadline.tv_sec += static_cast<time_t>(ns / 1000000000);
-    deadline.tv_nsec = static_cast<long>(ns % 1000000000);
-
-    if (park_lock(&t->mutex, &deadline) != 0)
+    // The lock is held between frames only for moments; the wall clock suits it.
+    const timespec lock_deadline = deadline_in(CLOCK_REALTIME, timeout_ms);
+    if (pthread_mutex_timedlock(&t->mutex, &lock_deadline) != 0)
         return ETIMEDOUT;
+    const timespec deadline = deadline_in(VTR_PARK_CLOCK, timeout_ms);
     int32_t ret = 0;
     while (!vtr_workers_parked(t)) {
         if (park_wait(&t->ready_cond, &t->mutex, &deadline) == ETIMEDOUT) {
