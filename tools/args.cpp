@@ -31,6 +31,8 @@ parsed_args parse_args(int argc, char** argv, int first, const std::vector<optio
             options_done = true;
             continue;
         }
+        if (arg == "--help" || arg == "-h")
+            throw help_request{command};
         std::string inline_value;
         bool has_inline = false;
         const size_t eq = arg.find('=');
@@ -44,8 +46,8 @@ parsed_args parse_args(int argc, char** argv, int first, const std::vector<optio
             if (arg == s.name || (s.alias && arg == s.alias))
                 def = &s;
         if (!def)
-            usage_error("unknown option " + arg + " for 'vantor " + command +
-                        "' (see vantor help)");
+            usage_error("unknown option " + arg + " for 'vantor " + command + "' (see vantor " +
+                        command + " --help)");
         if (!def->takes_value) {
             if (has_inline)
                 usage_error(std::string(def->name) + " takes no value");

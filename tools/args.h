@@ -23,8 +23,14 @@ struct parsed_args {
     std::string value(const std::string& name, const std::string& fallback) const;
 };
 
+// Thrown by parse_args when the command line asks for the command's help (--help or -h).
+struct help_request {
+    std::string command;
+};
+
 // Parses argv[first .. argc - 1] for `command`. "--name=value" and "--name value" both work;
-// "--" ends the options. An unknown option or a missing value is a usage error.
+// "--" ends the options. An unknown option or a missing value is a usage error; --help or -h
+// anywhere before "--" throws help_request.
 parsed_args parse_args(int argc, char** argv, int first, const std::vector<option_def>& defs,
                        const std::string& command);
 

@@ -1,5 +1,6 @@
 // vantor compare: before, after and where the chroma changed, as one picture.
 #include <stdio.h>
+#include <unistd.h>
 
 #include "args.h"
 #include "color.h"
@@ -13,11 +14,9 @@ namespace vtool {
 
 namespace {
 
-const std::vector<option_def> options = {{"--out", "-o", true},
-                                         {"--size", "-s", true},
-                                         {"--format", "-f", true},
-                                         {"--frame", nullptr, true},
-                                         {"--scale", nullptr, true}};
+const std::vector<option_def> options = {{"--out", "-o", true},      {"--size", "-s", true},
+                                         {"--format", "-f", true},   {"--frame", nullptr, true},
+                                         {"--scale", nullptr, true}, {"--quality", nullptr, true}};
 
 struct raw_frames {
     bool given = false;
@@ -57,7 +56,12 @@ int cmd_compare(int argc, char** argv) {
     if (a.positionals.size() != 2 || !a.has("--out"))
         usage_error(
             "compare needs two inputs and an output: vantor compare BEFORE AFTER --out "
-            "PNG");
+            "PICTURE");
+    const std::string out = a.value("--out", "");
+    const int quality = int_value(a, "--quality", default_jpeg_quality, 1, 100);
+    if (a.has("--quality") && picture_output_kind(out) != image_kind::jpeg)
+        usage_error("--quality is for pictures written as JPEG (an output named .jpg or .jpeg)");
+    picture_output_kind(out);
     raw_frames raw;
     if (a.has("--format")) {
         const std::string f = a.value("--format", "");
@@ -82,15 +86,17 @@ int cmd_compare(int argc, char** argv) {
     const compare_side before = load_side(a.positionals[0], raw);
     const compare_side after = load_side(a.positionals[1], raw);
     const picture panels = compose_comparison(before, after, scale);
-    write_whole_file(a.value("--out", ""), encode_png(panels));
+    write_whole_file(out, encode_picture(panels, out, quality));
 
+    // The figures go where the picture does not.
+    FILE* report = named_descriptor(out) == STDOUT_FILENO ? stderr : stdout;
     const change_stats s = summarize_change(chroma_change(before.chroma, after.chroma));
-    printf(
-        "chroma change |dU|+|dV|: mean %.2f, 99th percentile %d, max %d, %.1f%% of samples "
-        "changed\n",
-        s.mean, s.p99, s.max, 100.0 * s.changed);
-    printf("wrote %s: before | after | chroma change (full colour at %d codes)\n",
-           a.value("--out", "").c_str(), scale);
+    fprintf(report,
+            "chroma change |dU|+|dV|: mean %.2f, 99th percentile %d, max %d, %.1f%% of samples "
+            "changed\n",
+            s.mean, s.p99, s.max, 100.0 * s.changed);
+    fprintf(report, "wrote %s: before | after | chroma change (full colour at %d codes)\n",
+            is_stdio(out) ? "standard output" : out.c_str(), scale);
     return exit_ok;
 }
 

@@ -55,7 +55,7 @@ scenario_result run_scenario(const frame& noisy, int scenario) {
     r.out = noisy;
     for (int i = 0; i < timed_runs; ++i) {
         buffer.load(noisy.bytes.data());
-        times.push_back(d.run(buffer));
+        times.push_back(d.run(buffer, static_cast<uint64_t>(i) + 1));
     }
     buffer.store(r.out.bytes.data());
     std::sort(times.begin(), times.end());

@@ -22,6 +22,7 @@ namespace {
 const std::vector<option_def> options = {{"--size", "-s", true},
                                          {"--format", "-f", true},
                                          {"--scenario", nullptr, true},
+                                         {"--quality", nullptr, true},
                                          {"--quiet", "-q", false}};
 
 struct raw_settings {
@@ -80,7 +81,7 @@ int denoise_raw(input_file& in, const std::string& out_path, const raw_settings&
     progress_bar bar(reader.total, !quiet && isatty(STDERR_FILENO));
     double total_ms = 0;
     do {
-        total_ms += d.run(buffer);
+        total_ms += d.run(buffer, reader.read);
         for (const byte_span& s : buffer.output_spans())
             out.write(s.data, s.size);
         bar.update(reader.read, total_ms / reader.read);
@@ -92,7 +93,8 @@ int denoise_raw(input_file& in, const std::string& out_path, const raw_settings&
     return exit_ok;
 }
 
-int denoise_picture(input_file& in, const std::string& out_path, int scenario, bool quiet) {
+int denoise_picture(input_file& in, const std::string& out_path, int scenario, int quality,
+                    bool quiet) {
     const picture original = decode_image(in.read_all(), in.name);
     output_file out(out_path);
     // The library takes widths in multiples of 16, even heights for NV21 and a minimum size;
@@ -103,7 +105,7 @@ int denoise_picture(input_file& in, const std::string& out_path, int scenario, b
     frame_buffer buffer = make_frame_buffer(pixel_format::nv21, w, h);
     buffer.load(yuv.bytes.data());
     denoiser d(pixel_format::nv21, w, h, scenario);
-    const double ms = d.run(buffer);
+    const double ms = d.run(buffer, 1);
     frame result = yuv;
     buffer.store(result.bytes.data());
     picture rgb = crop_picture(frame_to_picture(result), original.width, original.height);
@@ -113,8 +115,8 @@ int denoise_picture(input_file& in, const std::string& out_path, int scenario, b
             memcpy(&rgba.pixels[4 * i], &rgb.pixels[3 * i], 3);
         rgb = std::move(rgba);
     }
-    const std::vector<uint8_t> png = encode_png(rgb);
-    out.write(png.data(), png.size());
+    const std::vector<uint8_t> encoded = encode_picture(rgb, out_path, quality);
+    out.write(encoded.data(), encoded.size());
     out.commit();
     if (!quiet)
         print_summary(
@@ -132,6 +134,12 @@ int cmd_denoise(int argc, char** argv) {
     const raw_settings r = parse_raw_settings(a);
     const int scenario = parse_scenario_option(a);
     const bool quiet = a.has("--quiet");
+    const int quality = int_value(a, "--quality", default_jpeg_quality, 1, 100);
+    // A picture's output format comes from its name: settled before any input is read.
+    if (a.has("--quality") && (r.raw || picture_output_kind(a.positionals[1]) != image_kind::jpeg))
+        usage_error("--quality is for pictures written as JPEG (an output named .jpg or .jpeg)");
+    if (!r.raw)
+        picture_output_kind(a.positionals[1]);
     input_file in(a.positionals[0]);
     if (r.raw)
         return denoise_raw(in, a.positionals[1], r, scenario, quiet);
@@ -143,7 +151,7 @@ int cmd_denoise(int argc, char** argv) {
         usage_error(in.name +
                     " is not a PNG or JPEG picture; for raw frames give -s WIDTHxHEIGHT "
                     "and --format");
-    return denoise_picture(in, a.positionals[1], scenario, quiet);
+    return denoise_picture(in, a.positionals[1], scenario, quality, quiet);
 }
 
 }  // namespace vtool

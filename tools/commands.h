@@ -10,8 +10,6 @@ int cmd_compare(int argc, char** argv);
 int cmd_demo(int argc, char** argv);
 int cmd_bench(int argc, char** argv);
 
-extern const char usage_text[];
-
 }  // namespace vtool
 
 #endif

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +55,24 @@ std::string dir_of(const std::string& path) {
 std::string base_of(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// `path` with every symbolic link in its last component followed, so that the file it points to
+// is the one replaced. A link to a name that does not exist yet gives that name.
+std::string resolve_links(const std::string& path) {
+    std::string p = path;
+    for (int depth = 0; depth < 40; ++depth) {
+        struct stat st;
+        if (lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            return p;
+        char target[PATH_MAX];
+        const ssize_t n = readlink(p.c_str(), target, sizeof target - 1);
+        if (n < 0)
+            fail("cannot write " + path + ": " + strerror(errno));
+        target[n] = '\0';
+        p = target[0] == '/' ? std::string(target) : dir_of(p) + "/" + target;
+    }
+    fail("cannot write " + path + ": too many levels of symbolic links");
 }
 
 }  // namespace
@@ -140,37 +159,74 @@ std::vector<uint8_t> input_file::read_all() {
     return out;
 }
 
+int named_descriptor(const std::string& path) {
+    if (path == "-" || path == "/dev/stdout")
+        return STDOUT_FILENO;
+    if (path == "/dev/stderr")
+        return STDERR_FILENO;
+    for (const char* prefix : {"/dev/fd/", "/proc/self/fd/"}) {
+        const size_t n = strlen(prefix);
+        if (path.compare(0, n, prefix) != 0 || path.size() == n || path.size() > n + 6 ||
+            path.find_first_not_of("0123456789", n) != std::string::npos)
+            continue;
+        return atoi(path.c_str() + n);
+    }
+    return -1;
+}
+
+bool is_stream_output(const std::string& path) {
+    struct stat st;
+    return named_descriptor(path) >= 0 ||
+           (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode));
+}
+
 output_file::output_file(const std::string& path) {
-    if (is_stdio(path)) {
-        name = "standard output";
-        fd_ = STDOUT_FILENO;
-        to_stdout_ = true;
+    name = is_stdio(path) ? "standard output" : path;
+    const int named = named_descriptor(path);
+    if (named >= 0) {
+        // Written through the descriptor the process was given: reopening the name would
+        // start a file that standard output was appending to over again.
+        if (fcntl(named, F_GETFL) < 0)
+            fail("cannot write " + name + ": " + strerror(errno));
+        fd_ = named;
+        own_fd_ = false;
         return;
     }
-    name = path;
+    target_ = resolve_links(path);
     struct stat st;
-    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+    const bool exists = stat(target_.c_str(), &st) == 0;
+    if (exists && S_ISDIR(st.st_mode))
         fail("cannot write " + path + ": it is a directory");
-    std::string templ = dir_of(path) + "/." + base_of(path) + ".XXXXXX";
+    if (exists && !S_ISREG(st.st_mode)) {
+        // A device, FIFO or socket is written as it is: a file renamed over it would destroy
+        // it, and a FIFO's reader waits for the data (opening blocks until it is there).
+        fd_ = open(target_.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd_ < 0)
+            fail("cannot write " + path + ": " + strerror(errno));
+        return;
+    }
+    std::string templ = dir_of(target_) + "/." + base_of(target_) + ".XXXXXX";
     fd_ = mkostemp(&templ[0], O_CLOEXEC);
     if (fd_ < 0)
         fail("cannot write " + path + ": " + strerror(errno));
     temp_ = templ;
     add_pending(temp_);
-    // mkostemp creates the file private to its owner; give it the permissions a plain create
-    // would have.
+    // mkostemp creates the file private to its owner; give it the mode of the file it replaces,
+    // or the one a plain create would have.
     const mode_t mask = umask(0);
     umask(mask);
-    fchmod(fd_, 0666 & ~mask);
+    fchmod(fd_, exists ? st.st_mode & 07777 : 0666 & ~mask);
 }
 
 output_file::~output_file() {
-    if (to_stdout_ || committed_)
+    if (committed_)
         return;
-    if (fd_ >= 0)
+    if (fd_ >= 0 && own_fd_)
         close(fd_);
-    unlink(temp_.c_str());
-    remove_pending(temp_);
+    if (!temp_.empty()) {
+        unlink(temp_.c_str());
+        remove_pending(temp_);
+    }
 }
 
 void output_file::write(const uint8_t* data, size_t n) {
@@ -187,18 +243,17 @@ void output_file::write(const uint8_t* data, size_t n) {
 }
 
 void output_file::commit() {
-    if (to_stdout_) {
-        committed_ = true;
-        return;
-    }
-    if (close(fd_) != 0) {
+    if (own_fd_) {
+        const int fd = fd_;
         fd_ = -1;
-        fail("cannot write " + name + ": " + strerror(errno));
+        if (close(fd) != 0)
+            fail("cannot write " + name + ": " + strerror(errno));
     }
-    fd_ = -1;
-    if (rename(temp_.c_str(), name.c_str()) != 0)
-        fail("cannot write " + name + ": " + strerror(errno));
-    remove_pending(temp_);
+    if (!temp_.empty()) {
+        if (rename(temp_.c_str(), target_.c_str()) != 0)
+            fail("cannot write " + name + ": " + strerror(errno));
+        remove_pending(temp_);
+    }
     committed_ = true;
 }
 

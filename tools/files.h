@@ -34,9 +34,12 @@ struct input_file {
     size_t peek_pos_ = 0;
 };
 
-// Output to a temporary file beside `path`, renamed to `path` by commit() and removed if the
-// object is destroyed uncommitted (or the process is interrupted). "-" writes to standard
-// output directly. The constructor fails at once when the directory cannot be written.
+// Output to `path`. A regular file (or a new name) is written under a temporary name beside it
+// and renamed to it by commit(), keeping the mode of the file it replaces; the temporary file is
+// removed if the object is destroyed uncommitted (or the process is interrupted). A symbolic
+// link is followed, so that its target is replaced and the link stays. Anything else (standard
+// output as "-", /dev/stdout and the other descriptor names, devices, FIFOs, sockets) is opened
+// and written directly. The constructor fails at once when the output cannot be written.
 struct output_file {
     explicit output_file(const std::string& path);
     ~output_file();
@@ -49,9 +52,10 @@ struct output_file {
     std::string name;
 
   private:
-    std::string temp_;
+    std::string temp_;    // empty when written directly
+    std::string target_;  // what the temporary file is renamed to
     int fd_ = -1;
-    bool to_stdout_ = false;
+    bool own_fd_ = true;  // false for an inherited descriptor such as standard output
     bool committed_ = false;
 };
 
@@ -65,6 +69,14 @@ void install_signal_cleanup();
 inline bool is_stdio(const std::string& path) {
     return path == "-";
 }
+
+// The descriptor that `path` names when it is "-" (standard output), /dev/stdout, /dev/stderr,
+// /dev/fd/N or /proc/self/fd/N; -1 for any other path.
+int named_descriptor(const std::string& path);
+
+// True when an output named `path` would be written to a device, FIFO, socket or inherited
+// descriptor rather than to a file.
+bool is_stream_output(const std::string& path);
 
 }  // namespace vtool
 

@@ -2,12 +2,15 @@
 
 #include <setjmp.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <png.h>
 #include <jpeglib.h>
 
 #include "errors.h"
+#include "files.h"
+#include "formats.h"
 
 namespace vtool {
 
@@ -27,7 +30,23 @@ bool ends_with(const std::string& s, const char* suffix) {
     return true;
 }
 
+uint32_t be32(const uint8_t* p) {
+    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
+           static_cast<uint32_t>(p[2]) << 8 | p[3];
+}
+
+[[noreturn]] void fail_too_large(const std::string& name, uint32_t width, uint32_t height) {
+    fail(name + ": picture of " + std::to_string(width) + "x" + std::to_string(height) +
+         " is too large: the tool takes at most " + std::to_string(max_side) + " pixels a side");
+}
+
 picture decode_png(const std::vector<uint8_t>& bytes, const std::string& name) {
+    // The size and depth from the header chunk, before libpng allocates anything for the rows.
+    // A file too short for a header is left to libpng to refuse.
+    const uint8_t* ihdr = bytes.data() + 8;
+    const bool has_header = bytes.size() >= 8 + 8 + 13 && memcmp(ihdr + 4, "IHDR", 4) == 0;
+    if (has_header && (be32(ihdr + 8) > max_side || be32(ihdr + 12) > max_side))
+        fail_too_large(name, be32(ihdr + 8), be32(ihdr + 12));
     png_image img;
     memset(&img, 0, sizeof img);
     img.version = PNG_IMAGE_VERSION;
@@ -35,10 +54,15 @@ picture decode_png(const std::vector<uint8_t>& bytes, const std::string& name) {
         fail(name + ": not a readable PNG file (" + img.message + ")");
     const bool alpha = (img.format & PNG_FORMAT_FLAG_ALPHA) != 0;
     img.format = alpha ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-    if (img.width > 65535 || img.height > 65535) {
+    if (img.width > max_side || img.height > max_side) {
         png_image_free(&img);
-        fail(name + ": picture of " + std::to_string(img.width) + "x" + std::to_string(img.height) +
-             " is too large");
+        fail_too_large(name, img.width, img.height);
+    }
+    if (has_header && ihdr[16] == 16) {
+        // Taken as the sRGB-coded values it almost always holds, not as linear light.
+        img.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
+        fprintf(stderr, "vantor: warning: %s is a 16-bit PNG: processed at 8 bits per channel\n",
+                name.c_str());
     }
     picture p =
         make_picture(static_cast<int>(img.width), static_cast<int>(img.height), alpha ? 4 : 3);
@@ -59,29 +83,49 @@ void on_jpeg_error(j_common_ptr cinfo) {
     longjmp(f->env, 1);
 }
 
-void on_jpeg_warning(j_common_ptr, int) {}
+// libjpeg only warns about damaged data (a file cut short, a bad Huffman code) and fills in
+// grey; a picture that is not all there is refused instead.
+void on_jpeg_message(j_common_ptr cinfo, int level) {
+    if (level < 0)
+        on_jpeg_error(cinfo);
+}
+
+enum class jpeg_result { ok, unreadable, too_large };
 
 // Plain C-style decoding: nothing with a destructor lives between setjmp and a longjmp out
-// of libjpeg. Returns false with the library's message on failure.
-bool decode_jpeg_into(const std::vector<uint8_t>& bytes, picture* out, char* message) {
+// of libjpeg. On failure `message` holds the library's reason; a picture too large to decode
+// leaves only its size in `out`. `orientation` receives the Exif orientation (1 without one).
+jpeg_result decode_jpeg_into(const std::vector<uint8_t>& bytes, picture* out, int* orientation,
+                             char* message) {
     jpeg_decompress_struct cinfo;
     jpeg_failure failure;
     cinfo.err = jpeg_std_error(&failure.mgr);
     failure.mgr.error_exit = on_jpeg_error;
-    failure.mgr.emit_message = on_jpeg_warning;
+    failure.mgr.emit_message = on_jpeg_message;
     if (setjmp(failure.env)) {
         strcpy(message, failure.message);
         jpeg_destroy_decompress(&cinfo);
-        return false;
+        return jpeg_result::unreadable;
     }
     jpeg_create_decompress(&cinfo);
     jpeg_mem_src(&cinfo, bytes.data(), static_cast<unsigned long>(bytes.size()));
+    jpeg_save_markers(&cinfo, JPEG_APP0 + 1, 0xFFFF);
     jpeg_read_header(&cinfo, TRUE);
+    if (cinfo.image_width > max_side || cinfo.image_height > max_side) {
+        out->width = static_cast<int>(cinfo.image_width);
+        out->height = static_cast<int>(cinfo.image_height);
+        jpeg_destroy_decompress(&cinfo);
+        return jpeg_result::too_large;
+    }
     if (cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK) {
         strcpy(message, "CMYK JPEG files are not supported");
         jpeg_destroy_decompress(&cinfo);
-        return false;
+        return jpeg_result::unreadable;
     }
+    *orientation = 1;
+    for (jpeg_saved_marker_ptr m = cinfo.marker_list; m; m = m->next)
+        if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && memcmp(m->data, "Exif\0", 6) == 0)
+            *orientation = exif_orientation(m->data + 6, m->data_length - 6);
     cinfo.out_color_space = JCS_RGB;
     jpeg_start_decompress(&cinfo);
     out->width = static_cast<int>(cinfo.output_width);
@@ -94,8 +138,18 @@ bool decode_jpeg_into(const std::vector<uint8_t>& bytes, picture* out, char* mes
     }
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
-    return true;
+    return jpeg_result::ok;
 }
+
+const char* const orientation_names[9] = {"",
+                                          "",
+                                          "mirrored left to right",
+                                          "turned 180 degrees",
+                                          "mirrored top to bottom",
+                                          "mirrored across its diagonal",
+                                          "turned 90 degrees clockwise",
+                                          "mirrored across its other diagonal",
+                                          "turned 90 degrees anticlockwise"};
 
 }  // namespace
 
@@ -125,6 +179,52 @@ image_kind image_kind_of_name(const std::string& path) {
     return image_kind::none;
 }
 
+int exif_orientation(const uint8_t* tiff, size_t n) {
+    if (n < 8 || (memcmp(tiff, "II*\0", 4) != 0 && memcmp(tiff, "MM\0*", 4) != 0))
+        return 1;
+    const bool little = tiff[0] == 'I';
+    const auto u16 = [&](size_t at) {
+        return little ? tiff[at] | tiff[at + 1] << 8 : tiff[at] << 8 | tiff[at + 1];
+    };
+    const size_t ifd = little ? static_cast<size_t>(u16(4)) | static_cast<size_t>(u16(6)) << 16
+                              : static_cast<size_t>(u16(4)) << 16 | u16(6);
+    if (ifd > n - 2)
+        return 1;
+    const size_t entries = static_cast<size_t>(u16(ifd));
+    for (size_t i = 0, at = ifd + 2; i < entries && at + 12 <= n; ++i, at += 12) {
+        // Tag 0x0112, type SHORT: the value sits in the entry's first two value bytes.
+        if (u16(at) == 0x0112 && u16(at + 2) == 3) {
+            const int v = u16(at + 8);
+            return v >= 1 && v <= 8 ? v : 1;
+        }
+    }
+    return 1;
+}
+
+picture orient_picture(const picture& p, int orientation) {
+    if (orientation < 2 || orientation > 8)
+        return p;
+    // Each orientation as: read the output's x and y swapped, then mirror the source across.
+    static const bool swap_xy[9] = {false, false, false, false, false, true, true, true, true};
+    static const bool mirror_x[9] = {false, false, true, true, false, false, false, true, true};
+    static const bool mirror_y[9] = {false, false, false, true, true, false, true, true, false};
+    const bool swap = swap_xy[orientation];
+    picture out = make_picture(swap ? p.height : p.width, swap ? p.width : p.height, p.channels);
+    const size_t c = static_cast<size_t>(p.channels);
+    for (int y = 0; y < out.height; ++y) {
+        uint8_t* dst = out.row(y);
+        for (int x = 0; x < out.width; ++x, dst += c) {
+            int sx = swap ? y : x, sy = swap ? x : y;
+            if (mirror_x[orientation])
+                sx = p.width - 1 - sx;
+            if (mirror_y[orientation])
+                sy = p.height - 1 - sy;
+            memcpy(dst, p.row(sy) + static_cast<size_t>(sx) * c, c);
+        }
+    }
+    return out;
+}
+
 picture decode_image(const std::vector<uint8_t>& bytes, const std::string& name) {
     if (bytes.empty())
         fail(name + " is empty");
@@ -133,10 +233,22 @@ picture decode_image(const std::vector<uint8_t>& bytes, const std::string& name)
             return decode_png(bytes, name);
         case image_kind::jpeg: {
             picture p;
+            int orientation = 1;
             char message[JMSG_LENGTH_MAX] = {0};
-            if (!decode_jpeg_into(bytes, &p, message))
-                fail(name + ": not a readable JPEG file (" + message + ")");
-            return p;
+            switch (decode_jpeg_into(bytes, &p, &orientation, message)) {
+                case jpeg_result::unreadable:
+                    fail(name + ": not a readable JPEG file (" + message + ")");
+                case jpeg_result::too_large:
+                    fail_too_large(name, static_cast<uint32_t>(p.width),
+                                   static_cast<uint32_t>(p.height));
+                case jpeg_result::ok:
+                    break;
+            }
+            if (orientation == 1)
+                return p;
+            fprintf(stderr, "vantor: %s: %s, as its Exif orientation %d asks\n", name.c_str(),
+                    orientation_names[orientation], orientation);
+            return orient_picture(p, orientation);
         }
         case image_kind::none:
             break;
@@ -179,7 +291,73 @@ bool encode_png_into(const picture& p, const std::vector<png_const_bytep>& rows,
     return true;
 }
 
+// The same discipline as decoding: plain C between setjmp and the libjpeg calls.
+bool encode_jpeg_into(const picture& rgb, int quality, unsigned char** data, unsigned long* size) {
+    jpeg_compress_struct cinfo;
+    jpeg_failure failure;
+    cinfo.err = jpeg_std_error(&failure.mgr);
+    failure.mgr.error_exit = on_jpeg_error;
+    if (setjmp(failure.env)) {
+        jpeg_destroy_compress(&cinfo);
+        return false;
+    }
+    jpeg_create_compress(&cinfo);
+    jpeg_mem_dest(&cinfo, data, size);
+    cinfo.image_width = static_cast<JDIMENSION>(rgb.width);
+    cinfo.image_height = static_cast<JDIMENSION>(rgb.height);
+    cinfo.input_components = 3;
+    cinfo.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, quality, TRUE);
+    jpeg_start_compress(&cinfo, TRUE);
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(rgb.row(static_cast<int>(cinfo.next_scanline)));
+        jpeg_write_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    jpeg_destroy_compress(&cinfo);
+    return true;
+}
+
 }  // namespace
+
+std::vector<uint8_t> encode_jpeg(const picture& p, int quality) {
+    picture rgb;
+    if (p.channels == 4) {
+        rgb = make_picture(p.width, p.height, 3);
+        for (size_t i = 0, n = static_cast<size_t>(p.width) * p.height; i < n; ++i)
+            memcpy(&rgb.pixels[3 * i], &p.pixels[4 * i], 3);
+    }
+    unsigned char* data = nullptr;
+    unsigned long size = 0;
+    const bool ok = encode_jpeg_into(p.channels == 4 ? rgb : p, quality, &data, &size);
+    std::vector<uint8_t> out;
+    if (ok)
+        out.assign(data, data + size);
+    free(data);
+    if (!ok)
+        fail("JPEG encoding failed");
+    return out;
+}
+
+image_kind picture_output_kind(const std::string& path) {
+    const image_kind k = image_kind_of_name(path);
+    if (k != image_kind::none)
+        return k;
+    if (is_stream_output(path))
+        return image_kind::png;
+    usage_error("cannot tell which picture format to write to " + path +
+                ": name it .png, .jpg or .jpeg (or give - for PNG on standard output)");
+}
+
+std::vector<uint8_t> encode_picture(const picture& p, const std::string& path, int quality) {
+    if (picture_output_kind(path) == image_kind::png)
+        return encode_png(p);
+    if (p.channels == 4)
+        fprintf(stderr, "vantor: warning: JPEG has no transparency: %s is written without it\n",
+                path.c_str());
+    return encode_jpeg(p, quality);
+}
 
 std::vector<uint8_t> encode_png(const picture& p) {
     std::vector<png_const_bytep> rows(static_cast<size_t>(p.height));

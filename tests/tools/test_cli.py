@@ -8,20 +8,24 @@ import os
 import pty
 import re
 import shutil
+import stat
+import struct
 import subprocess
 import tempfile
 import unittest
+import zlib
 
 import numpy as np
 
 import vantor
 
 TOOL = os.environ.get("VANTOR_TOOL", "vantor")
+STALL_SHIM = os.environ.get("VANTOR_STALL_SHIM")
 
 
-def run(args, stdin=None, input_bytes=None, cwd=None, stderr=subprocess.PIPE):
+def run(args, stdin=None, input_bytes=None, cwd=None, stderr=subprocess.PIPE, env=None):
     return subprocess.run([TOOL] + args, input=input_bytes, stdin=stdin, stdout=subprocess.PIPE,
-                          stderr=stderr, cwd=cwd, timeout=120)
+                          stderr=stderr, cwd=cwd, env=env, timeout=120)
 
 
 def ffmpeg(args, input_bytes=None):
@@ -102,6 +106,15 @@ class BadInputTests(ToolTestCase):
         self.write("text.txt", b"not a picture at all")
         self.write("broken.png", b"\x89PNG\r\n\x1a\n" + bytes(40))
         self.write("broken.jpg", b"\xff\xd8\xff\xe0\x00\x00\x01\x02\x03\x04")
+        jpeg = ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=64x48", "-frames:v", "1", "-f", "mjpeg",
+                       "-"])
+        self.write("cut.jpg", jpeg[:len(jpeg) // 2])
+        # Tiny files whose headers claim 60000x60000: refused before a pixel is decoded.
+        sof = jpeg.index(b"\xff\xc0") + 5
+        self.write("huge.jpg", jpeg[:sof] + struct.pack(">HH", 60000, 60000) + jpeg[sof + 4:])
+        ihdr = b"IHDR" + struct.pack(">IIBBBBB", 60000, 60000, 8, 2, 0, 0, 0)
+        self.write("huge.png", b"\x89PNG\r\n\x1a\n\0\0\0\x0d" + ihdr +
+                   struct.pack(">I", zlib.crc32(ihdr)) + b"\0\0\0\0IEND\xaeB`\x82")
         os.mkdir(self.path("adir"))
         cases = [
             (["denoise", "short.nv21", "out.nv21", "-s", "256x144"], 1,
@@ -139,6 +152,14 @@ class BadInputTests(ToolTestCase):
              "text.txt is not a PNG or JPEG picture; for raw frames give -s WIDTHxHEIGHT"),
             (["denoise", "broken.png", "out.png"], 1, "broken.png: not a readable PNG file"),
             (["denoise", "broken.jpg", "out.png"], 1, "broken.jpg: not a readable JPEG file"),
+            (["denoise", "cut.jpg", "out.png"], 1,
+             "cut.jpg: not a readable JPEG file (Premature end of JPEG file)"),
+            (["denoise", "huge.jpg", "out.png"], 1,
+             "huge.jpg: picture of 60000x60000 is too large: the tool takes at most 16384"),
+            (["compare", "huge.png", "huge.png", "--out", "c.png"], 1,
+             "huge.png: picture of 60000x60000 is too large"),
+            (["denoise", "text.txt", "out.gif"], 2,
+             "cannot tell which picture format to write to out.gif: name it .png, .jpg or .jpeg"),
             (["denoise", "ok.nv21"], 2, "denoise needs an input and an output"),
             (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--frobnicate"], 2,
              "unknown option --frobnicate for 'vantor denoise'"),
@@ -154,6 +175,16 @@ class BadInputTests(ToolTestCase):
         for args, code, message in cases:
             with self.subTest(args=" ".join(args)):
                 self.check_refusal(args, code, message)
+
+    def test_help_and_version(self):
+        for command in ("denoise", "compare", "demo", "bench"):
+            r = run([command, "--help"])
+            self.assertEqual((r.returncode, r.stderr), (0, b""), command)
+            self.assertEqual(re.findall(r"^  vantor (\w+)", r.stdout.decode(), re.M), [command])
+        r = run(["--version"])
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertRegex(r.stdout.decode(),
+                         r"^vantor \d+\.\d+\.\d+\nlibvantor \d+\.\d+\.\d+, loaded from /\S+\n$")
 
     def test_stream_cut_inside_a_frame(self):
         frame = 256 * 144 * 3 // 2
@@ -256,11 +287,14 @@ class ProgressTests(ToolTestCase):
 
 
 class PictureTests(ToolTestCase):
-    def test_png_and_jpeg_in_png_out(self):
-        # Odd sizes: the tool extends and crops. Grey comes back as RGB, alpha as it was.
-        for name, size, extra in (("odd.png", "301x203", []), ("photo.jpg", "200x90", []),
-                                  ("alpha.png", "250x120", ["-pix_fmt", "rgba"]),
-                                  ("grey.png", "64x48", ["-pix_fmt", "gray"])):
+    def test_png_and_jpeg_in_and_out(self):
+        # Odd sizes: the tool extends and crops. Grey comes back as RGB, alpha as it was, 16 bits
+        # as 8 with a warning.
+        for name, size, extra, out in (
+                ("odd.png", "301x203", [], "out.png"), ("photo.jpg", "200x90", [], "out.jpg"),
+                ("alpha.png", "250x120", ["-pix_fmt", "rgba"], "out.png"),
+                ("grey.png", "64x48", ["-pix_fmt", "gray"], "out.jpeg"),
+                ("deep.png", "320x180", ["-pix_fmt", "rgb48be"], "out.png")):
             with self.subTest(name=name):
                 w, h = map(int, size.split("x"))
                 graph = "testsrc2=size=%dx%d,format=%s,crop=%d:%d:0:0" % (
@@ -269,13 +303,18 @@ class PictureTests(ToolTestCase):
                     graph += ",geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='X'"
                 ffmpeg(["-f", "lavfi", "-i", graph, "-frames:v", "1"] + extra +
                        [self.path(name)])
-                r = run(["denoise", name, "out.png", "--scenario", "preview"], cwd=self.dir)
+                r = run(["denoise", name, out, "--scenario", "preview"] +
+                        (["--quality", "95"] if out != "out.png" else []), cwd=self.dir)
                 self.assertEqual(r.returncode, 0, r.stderr.decode())
                 self.assertIn("1 %s picture, preview" % size, r.stderr.decode())
+                self.assertEqual("16-bit PNG" in r.stderr.decode(), name == "deep.png")
+                self.assertTrue(self.read(out).startswith(
+                    b"\x89PNG" if out == "out.png" else b"\xff\xd8\xff"))
                 w, h, before = decode_png(self.path(name))
-                ow, oh, after = decode_png(self.path("out.png"))
+                ow, oh, after = decode_png(self.path(out))
                 self.assertEqual((ow, oh), (w, h))
-                self.assertEqual(after.shape, before.shape if name != "grey.png" else (h, w, 3))
+                self.assertEqual(after.shape, before.shape if name not in ("grey.png", "deep.png")
+                                 else (h, w, 3))
                 if before.shape[2] == 4:
                     np.testing.assert_array_equal(after[..., 3], before[..., 3])
                 diff = np.abs(after[..., :3].astype(int) - before[..., :3])
@@ -283,6 +322,24 @@ class PictureTests(ToolTestCase):
                 # picture did go through the filter.
                 self.assertLess(diff.mean(), 6)
                 self.assertGreater(np.count_nonzero(diff), 0)
+
+    def test_exif_orientation(self):
+        # Stored 64x32 with red in its top left corner and Exif orientation 6: upright it is
+        # 32x64 with the red corner at the top right.
+        ffmpeg(["-f", "lavfi", "-i", "color=gray:size=64x32,drawbox=0:0:16:16:red:t=fill",
+                "-frames:v", "1", self.path("flat.jpg")])
+        tiff = b"MM\0*" + struct.pack(">IHHHIHHI", 8, 1, 0x0112, 3, 1, 6, 0, 0)
+        app1 = b"\xff\xe1" + struct.pack(">H", 8 + len(tiff)) + b"Exif\0\0" + tiff
+        jpeg = self.read("flat.jpg")
+        self.write("turned.jpg", jpeg[:2] + app1 + jpeg[2:])
+        r = run(["denoise", "turned.jpg", "out.png"], cwd=self.dir)
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertIn("turned.jpg: turned 90 degrees clockwise, as its Exif orientation 6 asks",
+                      r.stderr.decode())
+        w, h, pixels = decode_png(self.path("out.png"))
+        self.assertEqual((w, h), (32, 64))
+        red = (pixels[..., 0].astype(int) - pixels[..., 2]) > 100
+        self.assertTrue(red[2:14, 18:30].all() and not red[:, :14].any() and not red[18:].any())
 
     def test_picture_from_stdin_to_stdout(self):
         png = ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=256x144", "-frames:v", "1", "-c:v",
@@ -313,15 +370,17 @@ class CompareTests(ToolTestCase):
         self.assertEqual((coloured.min(axis=0).tolist(), coloured.max(axis=0).tolist()),
                          ([32, 64], [47, 79]))
 
-        # The same picture on both sides: a heat map of grey only, and no change reported.
+        # The same picture on both sides: a heat map of grey only, and no change reported. With
+        # --out - the picture alone goes to standard output, the figures to standard error.
         ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=202x100,format=rgb24,crop=201:99:0:0",
                 "-frames:v", "1",
                 self.path("p.png")])
-        r = run(["compare", "p.png", "p.png", "--out", "same.png"], cwd=self.dir)
+        r = run(["compare", "p.png", "p.png", "--out", "-"], cwd=self.dir)
         self.assertEqual(r.returncode, 0, r.stderr.decode())
         self.assertIn("mean 0.00, 99th percentile 0, max 0, 0.0% of samples changed",
-                      r.stdout.decode())
-        w, h, pixels = decode_png(self.path("same.png"))
+                      r.stderr.decode())
+        self.assertTrue(r.stdout.endswith(b"IEND\xaeB`\x82"), r.stdout[-40:])
+        w, h, pixels = decode_png(self.write("same.png", r.stdout))
         self.assertEqual((w, h), (3 * 201 + 16, 99))
         heat = pixels[:, 2 * (201 + 8):, :]
         self.assertTrue((heat.max(axis=2) == heat.min(axis=2)).all())
@@ -362,6 +421,61 @@ class BenchTests(ToolTestCase):
                           ("YUY2", "256x144", "same"), ("YUY2", "256x144", "rotate8")])
         for x in rows:
             self.assertTrue(all(float(v) > 0 for v in x[3:7]), x)
+
+
+class OutputTests(ToolTestCase):
+    """What reaches an output: special files written in place, never a failed frame."""
+
+    def denoise(self, out, env=None):
+        return run(["denoise", "in.nv21", out, "-s", "256x144", "-q"], cwd=self.dir, env=env)
+
+    def test_special_outputs(self):
+        self.write("in.nv21", test_source(256, 144, 2, "nv21"))
+        self.assertEqual(self.denoise("plain.nv21").returncode, 0)
+        expected = self.read("plain.nv21")
+        # A FIFO's reader gets the frames (a file renamed over the FIFO would leave it waiting).
+        os.mkfifo(self.path("fifo"))
+        reader = subprocess.Popen(["cat", self.path("fifo")], stdout=subprocess.PIPE)
+        self.addCleanup(reader.wait)
+        self.addCleanup(reader.kill)
+        self.assertEqual(self.denoise("fifo").returncode, 0)
+        self.assertEqual(reader.communicate(timeout=60)[0], expected)
+        self.assertTrue(stat.S_ISFIFO(os.stat(self.path("fifo")).st_mode))
+        self.assertEqual(self.denoise("/dev/stdout").stdout, expected)
+        # A link stays a link to the file that gets the frames, and that file keeps its mode.
+        self.write("target.nv21", b"old")
+        os.chmod(self.path("target.nv21"), 0o600)
+        os.symlink("target.nv21", self.path("link.nv21"))
+        self.assertEqual(self.denoise("link.nv21").returncode, 0)
+        self.assertTrue(os.path.islink(self.path("link.nv21")))
+        self.assertEqual(self.read("target.nv21"), expected)
+        self.assertEqual(os.stat(self.path("target.nv21")).st_mode & 0o777, 0o600)
+        self.assertEqual(sorted(os.listdir(self.dir)),
+                         ["fifo", "in.nv21", "link.nv21", "plain.nv21", "target.nv21"])
+
+    @unittest.skipUnless(os.geteuid() == 0, "making a device node needs root")
+    def test_device_node_stays(self):
+        self.write("in.nv21", test_source(256, 144, 1, "nv21"))
+        os.mknod(self.path("n"), 0o666 | stat.S_IFCHR, os.makedev(1, 3))  # the null device
+        r = self.denoise("n")
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertTrue(stat.S_ISCHR(os.stat(self.path("n")).st_mode))
+
+    @unittest.skipUnless(STALL_SHIM, "VANTOR_STALL_SHIM (the preload that stalls waits) not set")
+    def test_failed_frame_is_run_again_or_stops_the_run(self):
+        self.write("in.nv21", test_source(256, 144, 2, "nv21"))
+        self.assertEqual(self.denoise("plain.nv21").returncode, 0)
+        # After the sanitizer runtime when there is one: it must be loaded first.
+        env = dict(os.environ, LD_PRELOAD=(os.environ.get("LD_PRELOAD", "") + " " + STALL_SHIM))
+        r = self.denoise("once.nv21", dict(env, VANTOR_STALL_WAITS="1"))
+        self.assertEqual(r.returncode, 0, r.stderr.decode())
+        self.assertRegex(r.stderr.decode(), r"frame 1: deinterleave stage late.*, retrying "
+                         r"\(try 2 of 3\)\n$")
+        self.assertEqual(self.read("once.nv21"), self.read("plain.nv21"))
+        r = self.denoise("never.nv21", dict(env, VANTOR_STALL_WAITS="all"))
+        self.assertEqual(r.returncode, 1)
+        self.assertIn("vantor: frame 1 failed 3 times (", r.stderr.decode())
+        self.assertEqual(sorted(os.listdir(self.dir)), ["in.nv21", "once.nv21", "plain.nv21"])
 
 
 if __name__ == "__main__":
