@@ -35,3 +35,10 @@ elseif(VANTOR_SANITIZE STREQUAL "thread")
 elseif(NOT VANTOR_SANITIZE STREQUAL "")
   message(FATAL_ERROR "VANTOR_SANITIZE must be empty, address or thread")
 endif()
+
+# Stage timestamps in every frame record, read by bench/stages.cpp. Off in every shipped build:
+# the frame path then has no clock call.
+option(VANTOR_PROFILE "Record per-stage timestamps of each frame (profiling builds only)" OFF)
+if(VANTOR_PROFILE)
+  add_compile_definitions(VTR_PROFILE=1)
+endif()

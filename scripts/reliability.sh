@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The long forms of the reliability runs that CI runs short:
-#   each fuzz target for FUZZ_SECONDS (default 600; two at a time),
+#   the fuzz target for FUZZ_SECONDS (default 600),
 #   the soak: 10000 frames through one handle and 200 init/deinit cycles, under
 #     AddressSanitizer with LeakSanitizer,
 #   the overload: four handles on four threads, 1080p frames for 60 s.

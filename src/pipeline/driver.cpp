@@ -60,8 +60,10 @@ strip_offsets offsets_of(const vantor_thread* t, int32_t strip, int32_t rows) {
 void run_stage(vantor_thread* t, vtr_stage stage, pthread_cond_t* start, int32_t workers,
                const char* name) {
     t->pending[stage] = workers;
+    VTR_PROFILE_STAMP(t->profile.broadcast[stage]);
     pthread_cond_broadcast(start);
     vantor_timedwait_signal(&t->done_cond, &t->mutex, VTR_STAGE_WAIT_MS, name);
+    VTR_PROFILE_STAMP(t->profile.woken[stage]);
     if (t->pending[stage] != 0)
         vtr_status_add(t, VANTOR_FRAME_LATE_DEINTERLEAVE << stage);
 }
@@ -127,7 +129,9 @@ int32_t vantor_box_filter(vantor_thread* t) {
         job->high = t->y_high + i * band;
     }
     run_stage(t, VTR_STAGE_BOX_FILTER, &t->box_filter_cond, VTR_STRIP_COUNT, "vantor_box_filter");
+    VTR_PROFILE_STAMP(t->profile.decimate[0]);
     y_low_downsample(t);
+    VTR_PROFILE_STAMP(t->profile.decimate[1]);
     return 0;
 }
 
@@ -180,8 +184,10 @@ int32_t vantor_interleave(vantor_thread* t) {
     if (t->out_address_2 != t->in_address_2 && t->format == static_cast<int32_t>(VTR_NV21)) {
         VTR_LOGI("vantor_interleave, copy to padding data, out uv (%p), width(%d), height(%d)",
                  address(t->out_address_2), t->width / 2, t->height);
+        VTR_PROFILE_STAMP(t->profile.move[0]);
         memmove(address(t->out_address_2), address(t->in_address_2),
                 static_cast<size_t>(t->height) * static_cast<size_t>(t->width / 2));
+        VTR_PROFILE_STAMP(t->profile.move[1]);
     }
     return 0;
 }
@@ -192,6 +198,10 @@ int32_t vantor_run_thread(void* record) {
         return -EINVAL;
     }
     vantor_thread* t = static_cast<vantor_thread*>(record);
+#if VTR_PROFILE
+    t->profile = vtr_profile{};
+    VTR_PROFILE_STAMP(t->profile.frame_begin);
+#endif
     vtr_status_set(t, VANTOR_FRAME_OK);
     // Left as it is after the frame: the caller keeps the scenario's niceness.
     setpriority(PRIO_PROCESS, gettid(), t->priority);
@@ -229,6 +239,7 @@ int32_t vantor_run_thread(void* record) {
             return -EINVAL;
         }
     }
+    VTR_PROFILE_STAMP(t->profile.frame_end);
     pthread_mutex_unlock(&t->mutex);
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <time.h>
 
 #include "pipeline/jobs.h"
 
@@ -21,6 +22,33 @@ enum vtr_stage : int32_t {
     VTR_STAGE_INTERLEAVE,
     VTR_STAGE_COUNT
 };
+
+#if VTR_PROFILE
+// Stage timestamps of one frame, in nanoseconds of the monotonic clock; a profiling build only.
+// Workers write their own slot (index within the stage) outside the lock; the driver reads them
+// after the stage's wait, so a late worker leaves a stale or missing stamp.
+struct vtr_profile {
+    int64_t frame_begin;  // driver entered
+    int64_t frame_end;    // last stage returned
+    int64_t broadcast[VTR_STAGE_COUNT];
+    int64_t woken[VTR_STAGE_COUNT];                    // driver back from the stage's wait
+    int64_t start[VTR_STAGE_COUNT][VTR_STRIP_COUNT];   // worker out of the lock, about to work
+    int64_t finish[VTR_STAGE_COUNT][VTR_STRIP_COUNT];  // worker's strip done
+    int64_t report[VTR_STAGE_COUNT][VTR_STRIP_COUNT];  // worker holding the lock again
+    int64_t decimate[2];                               // y_low_downsample, begin and end
+    int64_t move[2];  // NV21 chroma move, begin and end; zero when the frame has none
+};
+
+inline int64_t vtr_profile_now() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+#define VTR_PROFILE_STAMP(lvalue) ((lvalue) = vtr_profile_now())
+#else
+#define VTR_PROFILE_STAMP(lvalue) ((void)0)
+#endif
 
 struct vantor_thread {
     uint8_t quit;  // stop request for vantor_u, vantor_v and vantor_y
@@ -82,6 +110,9 @@ struct vantor_thread {
     // lock by vantor_frame_status, hence accessed atomically.
     int32_t frame_status;
     pthread_cond_t ready_cond;  // broadcast by each worker as it parks
+#if VTR_PROFILE
+    vtr_profile profile;  // timestamps of the last frame
+#endif
 };
 
 // The record whose stage lock `mutex` is.

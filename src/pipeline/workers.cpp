@@ -39,6 +39,7 @@ struct worker_spec {
     const char* name;
     bool (*quit)(const void* arg);  // called with the mutex held
     bool (*work)(void* arg);        // false: unknown format, the thread ends unreported
+    int32_t index;                  // the worker's place within its stage
 };
 
 // Called with the mutex held; releases it. Releases the record's block when the teardown has
@@ -67,8 +68,11 @@ bool run_worker(const worker_spec& s) {
         pthread_mutex_unlock(s.mutex);
         if (vtr_work_hook != nullptr)
             vtr_work_hook(s.stage, s.arg);
+        VTR_PROFILE_STAMP(t->profile.start[s.stage][s.index]);
         const bool done = s.work(s.arg);
+        VTR_PROFILE_STAMP(t->profile.finish[s.stage][s.index]);
         pthread_mutex_lock(s.mutex);
+        VTR_PROFILE_STAMP(t->profile.report[s.stage][s.index]);
         // A spurious wake-up between frames finds nothing outstanding.
         if (t->pending[s.stage] > 0)
             t->pending[s.stage] -= 1;
@@ -191,10 +195,20 @@ bool y_work(void* arg) {
     return true;
 }
 
-worker_spec plane_spec(vantor_thread* t, bool (*work)(void*)) {
-    return {t,          t->priority,   &t->done_count,    &t->yuv_ready, &t->yuv_cond,
-            &t->mutex,  &t->done_cond, VTR_PLANE_WORKERS, VTR_STAGE_YUV, "vantor_yuv",
-            plane_quit, work};
+worker_spec plane_spec(vantor_thread* t, bool (*work)(void*), int32_t index) {
+    return {t,
+            t->priority,
+            &t->done_count,
+            &t->yuv_ready,
+            &t->yuv_cond,
+            &t->mutex,
+            &t->done_cond,
+            VTR_PLANE_WORKERS,
+            VTR_STAGE_YUV,
+            "vantor_yuv",
+            plane_quit,
+            work,
+            index};
 }
 
 }  // namespace
@@ -203,7 +217,8 @@ void* vantor_deinterleave_thread_func(void* arg) {
     deinterleave_job* job = static_cast<deinterleave_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
                 job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_DEINTERLEAVE,
-                "vantor_deinterleave_thread_func", deinterleave_quit, deinterleave_work});
+                "vantor_deinterleave_thread_func", deinterleave_quit, deinterleave_work,
+                static_cast<int32_t>(job - vtr_record_of_mutex(job->mutex)->deinterleave_job)});
     return nullptr;
 }
 
@@ -211,7 +226,8 @@ void* vantor_interleave_thread_func(void* arg) {
     interleave_job* job = static_cast<interleave_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
                 job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_INTERLEAVE,
-                "vantor_interleave_thread_func", interleave_quit, interleave_work});
+                "vantor_interleave_thread_func", interleave_quit, interleave_work,
+                static_cast<int32_t>(job - vtr_record_of_mutex(job->mutex)->interleave_job)});
     return nullptr;
 }
 
@@ -219,21 +235,22 @@ void* box_filter_col(void* arg) {
     box_filter_job* job = static_cast<box_filter_job*>(arg);
     run_worker({job, job->priority, job->done_count, job->ready, job->start_cond, job->mutex,
                 job->done_cond, VTR_STRIP_COUNT, VTR_STAGE_BOX_FILTER, "box_filter_col",
-                box_filter_quit, box_filter_work});
+                box_filter_quit, box_filter_work,
+                static_cast<int32_t>(job - vtr_record_of_mutex(job->mutex)->box_filter_job)});
     return arg;
 }
 
 // The chroma workers hand back their argument when they gave up on an unknown format.
 void* vantor_u(void* arg) {
-    return run_worker(plane_spec(static_cast<vantor_thread*>(arg), u_work)) ? arg : nullptr;
+    return run_worker(plane_spec(static_cast<vantor_thread*>(arg), u_work, 0)) ? arg : nullptr;
 }
 
 void* vantor_v(void* arg) {
-    return run_worker(plane_spec(static_cast<vantor_thread*>(arg), v_work)) ? arg : nullptr;
+    return run_worker(plane_spec(static_cast<vantor_thread*>(arg), v_work, 1)) ? arg : nullptr;
 }
 
 void* vantor_y(void* arg) {
-    run_worker(plane_spec(static_cast<vantor_thread*>(arg), y_work));
+    run_worker(plane_spec(static_cast<vantor_thread*>(arg), y_work, 2));
     return nullptr;
 }
 

@@ -14,7 +14,14 @@ namespace {
 constexpr uint8_t kFrontPattern = 0xA5;
 }
 
+bool guarded_on_heap = false;
+
 guarded::guarded(size_t size) : size_(size) {
+    if (guarded_on_heap) {
+        heap_ = new uint8_t[size > 0 ? size : 1];
+        data_ = heap_;
+        return;
+    }
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t body = (size + page - 1) / page * page;
     map_size_ = body + page;
@@ -29,12 +36,13 @@ guarded::guarded(size_t size) : size_(size) {
 }
 
 guarded::~guarded() {
+    delete[] heap_;
     if (map_)
         munmap(map_, map_size_);
 }
 
 bool guarded::front_intact() const {
-    for (const uint8_t* p = map_; p < data_; ++p)
+    for (const uint8_t* p = map_; map_ && p < data_; ++p)
         if (*p != kFrontPattern)
             return false;
     return true;

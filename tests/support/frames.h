@@ -10,11 +10,21 @@
 
 namespace vtest {
 
-// Small, fast, seedable generator (xorshift64*), so that a failing case can be replayed.
+// Small, fast, seedable generator (xorshift64*), so that a failing case can be replayed. Given
+// bytes (a fuzzer's input), it hands those out first, four to a draw, so that the fuzzer steers
+// every choice a test makes from it; the generator takes over when they run out.
 class rng {
   public:
     explicit rng(uint64_t seed) : s_(seed ? seed : 0x9E3779B97F4A7C15ull) {}
+    rng(const uint8_t* data, size_t size) : s_(0x9E3779B97F4A7C15ull ^ size), p_(data), n_(size) {}
     uint32_t next() {
+        if (n_ >= 4) {
+            const uint32_t v =
+                p_[0] | p_[1] << 8 | p_[2] << 16 | static_cast<uint32_t>(p_[3]) << 24;
+            p_ += 4;
+            n_ -= 4;
+            return v;
+        }
         s_ ^= s_ >> 12;
         s_ ^= s_ << 25;
         s_ ^= s_ >> 27;
@@ -28,12 +38,16 @@ class rng {
 
   private:
     uint64_t s_;
+    const uint8_t* p_ = nullptr;
+    size_t n_ = 0;
 };
 
 // A buffer of `size` bytes whose last byte is the last byte of a page followed by an
 // inaccessible page, so a read or write past the end faults at once. The bytes in front of
 // it, up to the start of its first page, hold a known pattern: front_intact() tells whether
-// something wrote there.
+// something wrote there. While guarded_on_heap is set, buffers are exact heap blocks instead,
+// whose both ends AddressSanitizer watches.
+extern bool guarded_on_heap;
 class guarded {
   public:
     explicit guarded(size_t size);
@@ -48,6 +62,7 @@ class guarded {
   private:
     uint8_t* map_ = nullptr;
     size_t map_size_ = 0;
+    uint8_t* heap_ = nullptr;
     uint8_t* data_ = nullptr;
     size_t size_ = 0;
 };

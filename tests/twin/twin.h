@@ -98,6 +98,9 @@ struct registrar {
     static void add(const twin_case& c);
 };
 
+// Every registered case, sorted by name.
+const std::vector<twin_case>& sorted_cases();
+
 }  // namespace twin
 
 #endif

@@ -97,6 +97,21 @@ bool span3_plane_trial(twin::context& ctx) {
     });
 }
 
+// The general entry against the scalar method with the general table, any spans; spans (3, 3)
+// must take the 7x7 path.
+bool general_trial(twin::context& ctx) {
+    const int height = ctx.r.range(0, 24), width = ctx.r.range(0, 24);
+    const int sy = ctx.r.range(-1, 5), sx = ctx.r.range(-1, 5);
+    const int32_t* table = sy == 3 && sx == 3 ? range_weight_span3 : range_weight_general;
+    const std::string what = "spans " + std::to_string(sy) + "," + std::to_string(sx);
+    return bilateral_pair(ctx, what, height, width, [&](bool v, const uint8_t* s, uint8_t* d) {
+        if (v)
+            bilateral_filter(s, d, height, width, sy, sx);
+        else if (height > 0 && width > 0)
+            bilateral_filter_rect_c(s, d, height, width, sy, sx, table, {0, 0, height, width});
+    });
+}
+
 // ---- bench: the sizes of a 1920x1088 frame
 // ---------------------------------------------------
 
@@ -153,6 +168,7 @@ const twin::twin_case kCases[] = {
     {"box_filter_band", box_trial<true>, box_filter_band_bench},
     {"bilateral_filter_span3_center", span3_center_trial, span3_center_bench},
     {"bilateral_filter_span3_plane", span3_plane_trial, span3_plane_bench},
+    {"bilateral_filter", general_trial, nullptr},
 };
 const twin::registrar reg(kCases);
 

@@ -1,5 +1,6 @@
 // Runs every registered twin case for a number of seeded random trials, or times them.
 //   vantor_twins [--seed N] [--trials N] [--filter SUBSTRING] [--bench]
+// Built with VANTOR_TWIN_NO_MAIN, the cases serve the fuzz target instead.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,6 +23,17 @@ std::vector<twin_case>& registry() {
 
 void registrar::add(const twin_case& c) {
     registry().push_back(c);
+}
+
+const std::vector<twin_case>& sorted_cases() {
+    static const std::vector<twin_case> cases = [] {
+        std::vector<twin_case> v = registry();
+        std::sort(v.begin(), v.end(), [](const twin_case& a, const twin_case& b) {
+            return strcmp(a.name, b.name) < 0;
+        });
+        return v;
+    }();
+    return cases;
 }
 
 bool context::same(const uint8_t* expected, const uint8_t* actual, int width, int height,
@@ -90,6 +102,7 @@ void bench_timer::pair(const std::string& label, double bytes, const std::functi
 
 }  // namespace twin
 
+#ifndef VANTOR_TWIN_NO_MAIN
 int main(int argc, char** argv) {
     uint64_t seed = 0;
     int trials = 200;
@@ -114,10 +127,7 @@ int main(int argc, char** argv) {
         seed = static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
     }
 
-    std::vector<twin::twin_case> cases = twin::registry();
-    std::sort(cases.begin(), cases.end(), [](const twin::twin_case& a, const twin::twin_case& b) {
-        return strcmp(a.name, b.name) < 0;
-    });
+    const std::vector<twin::twin_case>& cases = twin::sorted_cases();
 
     if (bench) {
         twin::bench_timer timer;
@@ -157,3 +167,4 @@ int main(int argc, char** argv) {
     printf("twin: %d passed, %d failed\n", passed, failed);
     return failed == 0 && passed > 0 ? 0 : 1;
 }
+#endif

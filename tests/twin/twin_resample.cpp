@@ -152,6 +152,39 @@ void upsample_bench(twin::bench_timer& timer) {
                [&](bool v) { kUpsamplers[I].run(v, dst.data(), src.data(), w, h); });
 }
 
+// The reference upsampler has the 4:2:2 geometry and weights, and its mirror rule picks the
+// border sample, so it matches the 4:2:2 wrapper everywhere; it returns 16 * rows.
+bool uv_upsample_trial(twin::context& ctx) {
+    const int w = ctx.r.range(1, 20), h = ctx.r.range(-1, 20);
+    const input src(w, h, ctx.r);
+    int32_t returned = 0;
+    return twin::twins(ctx, src.label(w, h), {static_cast<size_t>(128) * w * std::max(h, 0)},
+                       [&](bool v, uint8_t** o) {
+                           upsample_args rec = record(o[0], src.data(), w, h);
+                           if (v)
+                               returned = uv_upsample(src.data(), o[0], h, w);
+                           else
+                               upsample_uv422_with(&rec, upsample_uv_c);
+                       }) &&
+           (returned == 16 * h || ctx.fail("uv_upsample returned " + std::to_string(returned)));
+}
+
+// Every 16th row and 8th column of a source that ends at the last sample taken.
+bool uv_downsample_trial(twin::context& ctx) {
+    const int rows = ctx.r.range(-16, 80), len = ctx.r.range(-8, 300);
+    const int k = rows >> 4, j = len >> 3;
+    const bool any = k >= 1 && j >= 1;
+    const input src(any ? 16 * len * (k - 1) + 8 * (j - 1) + 1 : 0, 1, ctx.r);
+    const std::string what = std::to_string(rows) + " rows of " + std::to_string(len);
+    return twin::twins(ctx, what, {any ? static_cast<size_t>(k) * j : 0}, [&](bool v, uint8_t** o) {
+        for (int a = 0; a < k && !v; ++a)
+            for (int b = 0; b < j; ++b)
+                o[0][a * j + b] = src.data()[16 * len * a + 8 * b];
+        if (v)
+            uv_downsample(src.data(), o[0], rows, len);
+    });
+}
+
 // ---- Restore ------------------------------------------------------------------------------
 
 // Saturation values: the two scenario values, zero, the wrapping 256, and anything else a
@@ -388,6 +421,8 @@ const twin::twin_case kCases[] = {
     {"upsample_uv420", upsample_trial<2>, upsample_bench<2>},
     {"upsample_uv422", upsample_trial<3>, upsample_bench<3>},
     {"upsample_y_neon", upsample_trial<4>, upsample_bench<4>},
+    {"uv_upsample", uv_upsample_trial, nullptr},
+    {"uv_downsample", uv_downsample_trial, nullptr},
     {"restore_interleave_yuv420", restore_yuv420_trial, restore_yuv420_bench},
     {"restore_interleave_uv420", restore_uv420_trial, restore_uv420_bench},
     {"restore_interleave_yuv422",

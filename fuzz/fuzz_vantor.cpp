@@ -1,0 +1,203 @@
+// The fuzz target. The first byte selects what runs: one of the twin harness's cases (a vector
+// kernel against its scalar twin, or a wrapper against its scalar form) or whole frames through
+// the public entry points; its top bit puts every buffer in an exact heap block instead of at a
+// page end. The other bytes make every choice the case makes (sizes, contents, saturation,
+// formats), four bytes a choice (vtest::rng), so a seed file is easy to write by hand.
+//
+// Whole frames: a handle of a random size and scenario, then up to three frames on it, each of
+// a random size (the handle's own, smaller, larger or malformed), format (the four and some
+// unknown codes) and content, in buffers laid out as vantor.h documents and ending where that
+// layout ends. A frame that fits must come out as the one-thread model makes it; a refused
+// frame and a frame of unknown format must leave every plane as it was, with the exact refusal
+// line. An unknown format leaves the slot locked on purpose; the target checks that and
+// releases the lock itself (this thread holds it) so that the handle can be torn down.
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "entry/frame_model.h"
+#include "entry/handle.h"
+#include "support/frames.h"
+#include "support/log_capture.h"
+#include "twin/twin.h"
+#include "vantor.h"
+#include "vantor_ext.h"
+
+namespace {
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void fail(const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    fprintf(stderr, "fuzz failure: ");
+    vfprintf(stderr, fmt, ap);
+    fprintf(stderr, "\n");
+    va_end(ap);
+    abort();
+}
+
+void expect_same(const std::vector<uint8_t>& want, const uint8_t* got, const char* what) {
+    const std::string d = vtest::first_difference(want.data(), got, static_cast<int>(want.size()),
+                                                  1, static_cast<int>(want.size()), what);
+    if (!d.empty())
+        fail("%s", d.c_str());
+}
+
+// Captured lines that begin with `prefix`.
+int logged(const char* prefix) {
+    int n = 0;
+    for (const vtest::log_line& l : vtest::log_lines())
+        n += l.text.compare(0, strlen(prefix), prefix) == 0;
+    return n;
+}
+
+const uint32_t kFormats[] = {VTR_NV21, VTR_NV21_M, VTR_YUYV, VTR_YUY2,
+                             // The four codes in the other byte order, zero and a neighbour.
+                             0x4E563231, 0x4E4D3231, 0x59555956, 0x59555932, 0, VTR_YUY2 + 1};
+
+bool known(uint32_t f) {
+    return f == VTR_NV21 || f == VTR_NV21_M || f == VTR_YUYV || f == VTR_YUY2;
+}
+
+bool packed(uint32_t f) {
+    return f == VTR_YUYV || f == VTR_YUY2;
+}
+
+// The caller's planes of one frame. NV21 (and unknown codes): luma of aligned rows and the V/U
+// plane of aligned / 2 rows in one block; NM21: the same two planes in two blocks; YUYV and
+// YUY2: height rows of 2 * width bytes.
+struct frame_planes {
+    frame_planes(int32_t w, int32_t h, uint32_t f, vtest::rng& r) : width(w), height(h), format(f) {
+        const int32_t aligned = (h + 15) & ~15;
+        luma = static_cast<size_t>(w) * aligned;
+        const size_t vu = static_cast<size_t>(w) * (aligned / 2);
+        const size_t sizes[2] = {packed(f)         ? static_cast<size_t>(2) * w * h
+                                 : f == VTR_NV21_M ? luma
+                                                   : luma + vu,
+                                 f == VTR_NV21_M ? vu : 0};
+        for (int i = 0; i < 2 && sizes[i] > 0; ++i) {
+            block[i].reset(new vtest::guarded(sizes[i]));
+            const int n = static_cast<int>(sizes[i]);
+            vtest::fill_plane(block[i]->data(), n, 1, n, vtest::all_patterns[r.range(0, 8)], r);
+            before.emplace_back(block[i]->data(), block[i]->data() + n);
+        }
+    }
+    uintptr_t address_1() { return reinterpret_cast<uintptr_t>(block[0]->data()); }
+    uintptr_t address_2() {
+        if (block[1])
+            return reinterpret_cast<uintptr_t>(block[1]->data());
+        return packed(format) ? 0 : reinterpret_cast<uintptr_t>(block[0]->data() + luma);
+    }
+    void expect(bool model, int32_t scenario, const char* what) {
+        std::vector<std::vector<uint8_t>> want = before;
+        if (model) {
+            uint8_t* y = want[0].data();
+            vtest::model_frame(y,
+                               format == VTR_NV21_M ? want[1].data()
+                               : packed(format)     ? nullptr
+                                                    : y + luma,
+                               width, height, format, scenario);
+        }
+        for (size_t i = 0; i < want.size(); ++i) {
+            if (!block[i]->front_intact())
+                fail("%s: written in front of a plane", what);
+            expect_same(want[i], block[i]->data(), what);
+        }
+    }
+
+    int32_t width, height;
+    uint32_t format;
+    size_t luma = 0;
+    std::unique_ptr<vtest::guarded> block[2];
+    std::vector<std::vector<uint8_t>> before;
+};
+
+void frames(vtest::rng& r) {
+    // Mostly a multiple of 16; now and then any width, which vantor_init refuses.
+    const int32_t w = r.range(0, 15) ? 16 * r.range(1, 24) : r.range(1, 400);
+    const int32_t h = r.range(1, 200);
+    const int32_t scenario = r.range(0, 1);
+    vtest::log_clear();
+    void* handle = vantor_init(w, h, scenario);
+    if (w % 16 != 0) {
+        if (handle || logged("unsupported width") != 1)
+            fail("vantor_init(%d, %d) took a width that is not a multiple of 16", w, h);
+        return;
+    }
+    if (!handle)
+        fail("vantor_init(%d, %d, %d) failed", w, h, scenario);
+    if (vantor_wait_ready(handle, 20000) != 0)
+        fail("the workers of a %dx%d handle did not park", w, h);
+    vantor_handle* vh = static_cast<vantor_handle*>(handle);
+
+    for (int n = r.range(1, 3); n > 0; --n) {
+        // The handle's own size most often, else smaller, larger or malformed.
+        int32_t fw = w, fh = h;
+        const int kind = r.range(0, 7);
+        if (kind == 0) {
+            fw = 16 * r.range(1, w / 16);
+            fh = r.range(1, h);
+        } else if (kind == 1) {
+            fw = w + 16 * r.range(0, 2);
+            fh = h + r.range(0, 40);
+        } else if (kind == 2) {
+            fw = r.range(-32, w + 32);
+            fh = r.range(-2, h + 2);
+        }
+        const uint32_t format = kFormats[r.range(0, 9)];
+        // Only sizes a caller can lay out get planes; others are refused before any access.
+        const bool drawable = fw >= 16 && fw % 16 == 0 && fh >= 1 && fw <= 512 && fh <= 260;
+        std::unique_ptr<frame_planes> f(drawable ? new frame_planes(fw, fh, format, r) : nullptr);
+        const bool fits = drawable && fw <= w && ((fh + 15) & ~15) <= ((h + 15) & ~15);
+        vtest::log_clear();
+        if (!vantor_run(handle, f ? f->address_1() : 0, f ? f->address_2() : 0, fw, fh,
+                        static_cast<int32_t>(format)))
+            fail("vantor_run returned null for a live handle");
+        if (!fits) {
+            if (logged("vantor_run, frame ") != 1)
+                fail("a %dx%d frame on a %dx%d handle was not refused", fw, fh, w, h);
+            if (f)
+                f->expect(false, scenario, "refused frame");
+            continue;
+        }
+        if (!known(format)) {
+            if (logged("vantor_run, Not supported format") != 1)
+                fail("format 0x%08x was not refused", format);
+            f->expect(false, scenario, "frame of unknown format");
+            if (pthread_mutex_trylock(&vh->run_mutex[0]) != EBUSY)
+                fail("an unknown format released the slot");
+            pthread_mutex_unlock(&vh->run_mutex[0]);
+            break;
+        }
+        // A stage that ran out of its 1000 ms (a starved machine) lets the frame go on
+        // unfinished; only then is the model not the measure.
+        if (vantor_frame_status(handle) == VANTOR_FRAME_OK)
+            f->expect(true, scenario, "whole frame against the one-thread model");
+    }
+    if (vantor_deinit(handle) != 0)
+        fail("vantor_deinit failed");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0)
+        return 0;
+    const std::vector<twin::twin_case>& cases = twin::sorted_cases();
+    const size_t which = (data[0] & 0x7F) % (cases.size() + 1);
+    vtest::guarded_on_heap = (data[0] & 0x80) != 0;
+    vtest::rng r(data + 1, size - 1);
+    if (which == cases.size()) {
+        frames(r);
+        return 0;
+    }
+    twin::context ctx{r, {}};
+    if (!cases[which].trial(ctx))
+        fail("%s: %s", cases[which].name, ctx.failure.c_str());
+    return 0;
+}
