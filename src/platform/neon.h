@@ -85,6 +85,15 @@ inline uint8x16_t vtr_shrn_n(uint16x8_t lo, uint16x8_t hi) {
 #endif
 }
 
+// The 16 lanes of lo then hi narrowed to their low bytes. Translated, a byte unzip.
+inline uint8x16_t vtr_movn(uint16x8_t lo, uint16x8_t hi) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vcombine_u8(vmovn_u16(lo), vmovn_u16(hi));
+#else
+    return vuzp1q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
+#endif
+}
+
 // The 16 lanes of lo then hi, each rounded and shifted right by n (1 .. 8): (x + 2^(n - 1)) >> n,
 // narrowed to a byte, for lanes where x + 2^(n - 1) fits 16 bits and the result fits 8. Natively
 // two rounding narrowing shifts; translated, whole-vector adds and shifts and a byte unzip.

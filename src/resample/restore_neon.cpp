@@ -35,7 +35,28 @@ struct divisor {
     uint16x8_t b;        // |S|, or 2^16 - 1 for S = 0
     int16x8_t sign;      // all ones when S < 0
     uint16x8_t half;     // S >> 1, the rounding term of the numerator
+    // The short way (below), when `small` is set: M = ceil(2^15 / S) in `magic`.
+    bool small;
+    int16x8_t magic;
+    uint16x8_t magic2;  // 2M, for a multiply-high of 16 bits
 };
+
+// The short way for a saturation S of 2 .. 255, which the pipeline always has. There n never
+// wraps (at most 510 * 64 + 127), and a distance sad >= S gives n / S >= 64, so the weight is
+// that of min(sad, S): a numerator n of at most 64S + S / 2, whose quotient is then at most 64
+// and needs no clamp. Within that range n / S is floor(n * M / 2^15) when n * (M * S - 2^15)
+// stays below 2^15; rather than bound that, every numerator of the range is checked once per
+// call, and a divisor that fails takes the general way.
+constexpr int32_t VTR_SMALL_S_MAX = 255;
+
+bool small_divisor_exact(int32_t S, int32_t M) {
+    for (int32_t sad = 0; sad <= S; ++sad) {
+        const int32_t n = sad * 64 + (S >> 1);
+        if ((n * M) >> 15 != n / S)
+            return false;
+    }
+    return true;
+}
 
 divisor make_divisor(int32_t S) {
     const int16_t s = static_cast<int16_t>(S);
@@ -50,7 +71,33 @@ divisor make_divisor(int32_t S) {
     d.b = vdupq_n_u16(static_cast<uint16_t>(b != 0 ? b : 0xFFFFu));
     d.sign = vdupq_n_s16(s < 0 ? -1 : 0);
     d.half = vdupq_n_u16(static_cast<uint16_t>(s >> 1));
+    const int32_t M = S >= 2 && S <= VTR_SMALL_S_MAX ? (32768 + S - 1) / S : 0;
+    d.small = M != 0 && small_divisor_exact(S, M);
+    d.magic = vdupq_n_s16(static_cast<int16_t>(M));
+    d.magic2 = vdupq_n_u16(static_cast<uint16_t>(2 * M));
     return d;
+}
+
+// floor(n * M / 2^15) per lane, for n and M below 2^15: natively the doubling multiply-high.
+inline uint16x8_t mul_q15(uint16x8_t n, const divisor& d) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+    return vreinterpretq_u16_s16(vqdmulhq_s16(vreinterpretq_s16_u16(n), d.magic));
+#elif defined(SIMDE_X86_SSE2_NATIVE)
+    return simde_uint16x8_from_m128i(
+        _mm_mulhi_epu16(simde_uint16x8_to_m128i(n), simde_uint16x8_to_m128i(d.magic2)));
+#else
+    return vcombine_u16(vshrn_n_u32(vmull_u16(vget_low_u16(n), vget_low_u16(d.magic2)), 16),
+                        vshrn_n_u32(vmull_u16(vget_high_u16(n), vget_high_u16(d.magic2)), 16));
+#endif
+}
+
+// Weights, 0 .. 64, of 16 pairs with distances d1 + d2, the short way (d.small).
+inline uint8x16_t small_weights(uint8x16_t d1, uint8x16_t d2, const divisor& d) {
+    const uint16x8_t lo = vminq_u16(vtr_addl_lo(d1, d2), d.b);
+    const uint16x8_t hi = vminq_u16(vtr_addl_hi(d1, d2), d.b);
+    const uint16x8_t q_lo = mul_q15(vaddq_u16(vshlq_n_u16(lo, 6), d.half), d);
+    const uint16x8_t q_hi = mul_q15(vaddq_u16(vshlq_n_u16(hi, 6), d.half), d);
+    return vtr_movn(q_lo, q_hi);
 }
 
 // floor(m * R / 2^16) per lane.
@@ -58,6 +105,9 @@ inline uint16x8_t mul_high(uint16x8_t m, const divisor& d) {
 #if defined(__ARM_NEON) || defined(__ARM_NEON__)
     return vcombine_u16(vshrn_n_u32(vmull_u16(vget_low_u16(m), vget_low_u16(d.recip)), 16),
                         vshrn_n_u32(vmull_u16(vget_high_u16(m), vget_high_u16(d.recip)), 16));
+#elif defined(SIMDE_X86_SSE2_NATIVE)
+    return simde_uint16x8_from_m128i(
+        _mm_mulhi_epu16(simde_uint16x8_to_m128i(m), simde_uint16x8_to_m128i(d.recip)));
 #else
     // Translated, widening a half vector costs more than the multiply itself: the even and the
     // odd 16-bit lanes are multiplied where they stand, as 32-bit lanes, and the high halves
@@ -172,14 +222,20 @@ inline uint8x16_t mix16(uint8x16_t iw, uint8x16_t w, uint8x16_t f, uint8x16_t c)
     return vtr_shrn_n<6>(lo, hi);
 }
 
-// Blends 16 pairs: inputs c1, c2, upsampled f1, f2.
+// Blends 16 pairs: inputs c1, c2, upsampled f1, f2; `small` takes the short way to the weights.
+template <bool small>
 inline uint8x16x2_t blend16(uint8x16_t c1, uint8x16_t c2, uint8x16_t f1, uint8x16_t f2,
                             const divisor& d) {
     const uint8x16_t d1 = vabdq_u8(c1, f1);
     const uint8x16_t d2 = vabdq_u8(c2, f2);
-    const uint16x8_t q_lo = quotient(numerator(vtr_addl_lo(d1, d2), d), d);
-    const uint16x8_t q_hi = quotient(numerator(vtr_addl_hi(d1, d2), d), d);
-    const uint8x16_t w = vminq_u8(vcombine_u8(vqmovn_u16(q_lo), vqmovn_u16(q_hi)), vdupq_n_u8(64));
+    uint8x16_t w;
+    if (small) {
+        w = small_weights(d1, d2, d);
+    } else {
+        const uint16x8_t q_lo = quotient(numerator(vtr_addl_lo(d1, d2), d), d);
+        const uint16x8_t q_hi = quotient(numerator(vtr_addl_hi(d1, d2), d), d);
+        w = vminq_u8(vcombine_u8(vqmovn_u16(q_lo), vqmovn_u16(q_hi)), vdupq_n_u8(64));
+    }
     const uint8x16_t iw = vsubq_u8(vdupq_n_u8(64), w);
     uint8x16x2_t out;
     out.val[0] = mix16(iw, w, f1, c1);
@@ -188,24 +244,27 @@ inline uint8x16x2_t blend16(uint8x16_t c1, uint8x16_t c2, uint8x16_t f1, uint8x1
 }
 
 // One 4:2:0 chroma step: 16 pairs of VU and 16 bytes of each upsampled plane.
+template <bool small>
 inline void chroma420_step(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
                            uint8_t* vu_out, const divisor& d) {
     const uint8x16x2_t c = vld2q_u8(vu_in);
-    vst2q_u8(vu_out, blend16(c.val[0], c.val[1], vld1q_u8(up_first), vld1q_u8(up_second), d));
+    vst2q_u8(vu_out,
+             blend16<small>(c.val[0], c.val[1], vld1q_u8(up_first), vld1q_u8(up_second), d));
 }
 
 // The 4:2:0 chroma walk: `rows` rows of `steps` 16-byte steps each. Rows follow each other
 // without gaps, so the walk is one run of rows * steps * 16 VU bytes (and half as many bytes
 // of each upsampled plane), taken 32 bytes at a time; an odd last 16 go through a zeroed copy.
-void chroma420_pass(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
-                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor d) {
+template <bool small>
+void chroma420_walk(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
+                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor& d) {
     const ptrdiff_t total = static_cast<ptrdiff_t>(rows) * steps;
     ptrdiff_t i = 0;
     for (; i + 2 <= total; i += 2) {
         VTR_PREFETCH(vu_in + VTR_RESTORE_PREFETCH);
         VTR_PREFETCH(up_first + VTR_RESTORE_PREFETCH);
         VTR_PREFETCH(up_second + VTR_RESTORE_PREFETCH);
-        chroma420_step(vu_in, up_first, up_second, vu_out, d);
+        chroma420_step<small>(vu_in, up_first, up_second, vu_out, d);
         vu_in += 32;
         vu_out += 32;
         up_first += 16;
@@ -216,9 +275,17 @@ void chroma420_pass(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t
         memcpy(vu, vu_in, 16);
         memcpy(u1, up_first, 8);
         memcpy(u2, up_second, 8);
-        chroma420_step(vu, u1, u2, vu, d);
+        chroma420_step<small>(vu, u1, u2, vu, d);
         memcpy(vu_out, vu, 16);
     }
+}
+
+void chroma420_pass(const uint8_t* vu_in, const uint8_t* up_first, const uint8_t* up_second,
+                    uint8_t* vu_out, int32_t rows, int32_t steps, const divisor d) {
+    if (d.small)
+        chroma420_walk<true>(vu_in, up_first, up_second, vu_out, rows, steps, d);
+    else
+        chroma420_walk<false>(vu_in, up_first, up_second, vu_out, rows, steps, d);
 }
 
 // 16 packed groups Y0 C1 Y1 C2 (32 pixels, 64 bytes), one field per vector.
@@ -258,7 +325,7 @@ inline void store_groups(uint8_t* p, uint8x16x4_t g) {
 
 // One 4:2:2 step in place: 16 groups of the frame, 32 bytes of each component plane (even
 // bytes with Y0, odd ones with Y1) and 16 of each upsampled plane.
-template <bool with_luma>
+template <bool with_luma, bool small>
 inline void yuv422_step(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
                         const uint8_t* up_second, const divisor& d) {
     uint8x16x4_t g = load_groups(frame);
@@ -268,7 +335,8 @@ inline void yuv422_step(uint8_t* frame, const uint8_t* a, const uint8_t* b, cons
         g.val[0] = luma422(va.val[0], vb.val[0], g.val[0]);
         g.val[2] = luma422(va.val[1], vb.val[1], g.val[2]);
     }
-    const uint8x16x2_t c = blend16(g.val[1], g.val[3], vld1q_u8(up_first), vld1q_u8(up_second), d);
+    const uint8x16x2_t c =
+        blend16<small>(g.val[1], g.val[3], vld1q_u8(up_first), vld1q_u8(up_second), d);
     g.val[1] = c.val[0];
     g.val[3] = c.val[1];
     store_groups(frame, g);
@@ -277,12 +345,9 @@ inline void yuv422_step(uint8_t* frame, const uint8_t* a, const uint8_t* b, cons
 // The 4:2:2 walk. Rows follow each other without gaps in every plane, so it is one run of
 // height * width / 2 groups, taken 16 at a time; a last 8 (width / 2 is a multiple of 8) go
 // through a zeroed copy so that nothing past the planes is read or written.
-template <bool with_luma>
-void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
-                 const uint8_t* up_second, int32_t width, int32_t height, int32_t S) {
-    if (width <= 0 || (width & 15) != 0 || height <= 0)
-        return;
-    const divisor d = make_divisor(S);
+template <bool with_luma, bool small>
+void yuv422_run(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
+                const uint8_t* up_second, int32_t width, int32_t height, const divisor& d) {
     const ptrdiff_t groups = static_cast<ptrdiff_t>(height) * (width / 2);
     ptrdiff_t i = 0;
     for (; i + 16 <= groups; i += 16) {
@@ -293,7 +358,7 @@ void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8
             VTR_PREFETCH(a + VTR_RESTORE_PREFETCH);
             VTR_PREFETCH(b + VTR_RESTORE_PREFETCH);
         }
-        yuv422_step<with_luma>(frame, a, b, up_first, up_second, d);
+        yuv422_step<with_luma, small>(frame, a, b, up_first, up_second, d);
         frame += 64;
         up_first += 16;
         up_second += 16;
@@ -311,9 +376,21 @@ void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8
             memcpy(ca, a, 16);
             memcpy(cb, b, 16);
         }
-        yuv422_step<with_luma>(packed, ca, cb, u1, u2, d);
+        yuv422_step<with_luma, small>(packed, ca, cb, u1, u2, d);
         memcpy(frame, packed, 32);
     }
+}
+
+template <bool with_luma>
+void yuv422_walk(uint8_t* frame, const uint8_t* a, const uint8_t* b, const uint8_t* up_first,
+                 const uint8_t* up_second, int32_t width, int32_t height, int32_t S) {
+    if (width <= 0 || (width & 15) != 0 || height <= 0)
+        return;
+    const divisor d = make_divisor(S);
+    if (d.small)
+        yuv422_run<with_luma, true>(frame, a, b, up_first, up_second, width, height, d);
+    else
+        yuv422_run<with_luma, false>(frame, a, b, up_first, up_second, width, height, d);
 }
 
 }  // namespace
