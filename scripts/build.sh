@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Configures and builds one configuration of CMakePresets.json into $VANTOR_BUILD_ROOT/NAME
 # (default build/NAME):
-#   scripts/build.sh host|arm32|aarch64|asan|tsan|fuzz [extra cmake arguments]
+#   scripts/build.sh host|arm32|aarch64|asan|tsan|fuzz|profile [extra cmake arguments]
 #
+# profile: Release with the per-stage timestamps (VANTOR_PROFILE); builds the benchmarks only.
 # asan: AddressSanitizer with UndefinedBehaviorSanitizer, no recovery (any finding fails).
 # tsan: ThreadSanitizer.
 # fuzz: the libFuzzer targets under fuzz/, built with clang (-fsanitize=fuzzer,address,undefined).
@@ -18,6 +19,9 @@ shift
 root=${VANTOR_BUILD_ROOT:-build}
 cmake --preset "$name" -B "$root/$name" "$@" >/dev/null
 targets=()
+if [ "$name" = profile ] && [ -z "${VANTOR_BUILD_TARGETS:-}" ]; then
+  VANTOR_BUILD_TARGETS="vantor_bench_stages vantor_bench_frames"
+fi
 for t in ${VANTOR_BUILD_TARGETS:-}; do
   targets+=(--target "$t")
 done
