@@ -6,7 +6,8 @@
 #   find-package   find_package(vantor) against the temporary prefix
 #   pkg-config     a plain compiler command with `pkg-config --cflags --libs vantor`
 #   subdirectory   this source tree added with add_subdirectory (tests and tool must stay off)
-#   deb-*          the packages unpacked into a temporary root: find_package, pkg-config, the tool
+#   deb-*          the packages unpacked into a temporary root: find_package, pkg-config, the tool,
+#                  the Python package installed by pip and loading the packaged libvantor.so.0
 #   android-log    the library built against Debian's liblog: its lines must reach liblog's output
 # One line per check, then "consumer: N passed, N failed"; exits 1 if any failed.
 # Everything goes to $VANTOR_BUILD_ROOT/consumer (default build/consumer), made anew.
@@ -54,10 +55,12 @@ expect() {  # package pattern...: each pattern must match a line of its dpkg-deb
 }
 
 deb_contents() {
-    local lib="usr/lib/$multiarch" same="libvantor0 \\(= ${version//./\\.}\\)"
-    expect libvantor0 "$lib/libvantor\.so\.0\.1\.0$" "$lib/libvantor\.so\.0 -> libvantor\.so\.0\.1\.0" \
+    local lib="usr/lib/$multiarch" v=${version//./\\.}
+    local same="libvantor0 \\(= $v\\)"
+    expect libvantor0 "$lib/libvantor\.so\.$v$" "$lib/libvantor\.so\.0 -> libvantor\.so\.$v" \
         'Depends: libc6' 'Section: libs' &&
-        ! dpkg-deb -c "$out"/lib/libvantor0_*.deb | grep -E 'libvantor\.so -> |include|cmake|\.a$' &&
+        ! dpkg-deb -c "$out"/lib/libvantor0_*.deb |
+            grep -E 'libvantor\.so -> |include|cmake|\.a$' &&
         ! dpkg-deb -c "$out"/lib/libvantor-dev_*.deb | grep -E '\.a$|/libvantor\.so\.' &&
         expect libvantor-dev "Depends: $same$" 'usr/include/vantor/vantor\.h$' \
             'usr/include/vantor/vantor_ext\.h$' 'usr/include/vantor/vantor_kernels\.h$' \
@@ -119,6 +122,9 @@ check deb-pkg-config pkg_config_consumer deb-pkg-config "$deblib" \
 check deb-tool deb_tool
 # Further checks against the unpacked packages go here: $debroot holds them, $deblib is the
 # library directory (for LD_LIBRARY_PATH) and $debroot/usr/bin/vantor the tool.
+check deb-python env -u VANTOR_LIBRARY LD_LIBRARY_PATH="$deblib" PYTHONDONTWRITEBYTECODE=1 \
+    VANTOR_TOOL="$debroot/usr/bin/vantor" \
+    sh tests/python/run_installed.sh /usr/bin/python3 python tests/python test_package
 check android-log android_log
 
 echo "consumer: $((SECONDS - start)) s"
