@@ -148,7 +148,7 @@ program_step() {  # step program [arguments]
 step_soak() {
     # On the AddressSanitizer build: LeakSanitizer checks the handles that come and go.
     build asan || { record soak 0 1 0 "(build failed)"; return; }
-    program_step soak "$root/asan/tests/reliability/vantor_soak" \
+    program_step soak "$root/asan/tests/reliability/vantor_stress" soak \
         --frames "$soak_frames" --cycles "$soak_cycles"
 }
 
@@ -169,7 +169,7 @@ step_consumer() {
 
 step_overload() {
     build host || { record overload 0 1 0 "(build failed)"; return; }
-    program_step overload "$root/host/tests/reliability/vantor_overload" \
+    program_step overload "$root/host/tests/reliability/vantor_stress" overload \
         --seconds "$overload_seconds"
 }
 

@@ -148,39 +148,38 @@ INSTANTIATE_TEST_SUITE_P(
                       alloc_case{11, "vantor_init, vtr->upsampled_u alloc is fail"},
                       alloc_case{12, "vantor_init, vtr->upsampled_v alloc is fail"}));
 
-struct create_case {
-    int n;  // failing creation, in start order
-    const char* line;
-};
+// Workers start in this order: four deinterleave, four box filter (logged under a kernel's
+// name), the U, V and Y plane workers, four interleave.
+const char* worker_line(int n) {
+    return n <= 4    ? "vantor_deinterleave_thread_func"
+           : n <= 8  ? "deinterleave_yuv420_uv_downsample"
+           : n == 9  ? "vantor_u"
+           : n == 10 ? "vantor_v"
+           : n == 11 ? "vantor_y"
+                     : "restore_interleave_yuv420";
+}
 
-class CreateFailure : public Entry, public ::testing::WithParamInterface<create_case> {};
+class CreateFailure : public Entry, public ::testing::WithParamInterface<int> {};
 
+// Creation n of the fifteen fails: its line, a null result, every worker already started ends
+// and every block is given back, the handle by the last worker if the teardown could not wait.
 TEST_P(CreateFailure, LogsTheWorkerTearsDownAndLeavesNoThreadRunning) {
-    const create_case c = GetParam();
-    vtest::hook_guard hooks(0, c.n);
+    const int n = GetParam();
+    vtest::hook_guard hooks(0, n);
     const auto start = clock_type::now();
-    EXPECT_EQ(vantor_init(640, 480, VTR_SCENARIO_PREVIEW), nullptr);
+    EXPECT_EQ(vantor_init(640, 480, n % 2), nullptr);
     EXPECT_LT(ms_since(start), 1000.0);
-    EXPECT_EQ(hooks.creations(), c.n - 1);
-    EXPECT_EQ(vtest::log_count(6, std::string("thread create fail to ") + c.line), 1);
+    EXPECT_EQ(hooks.creations(), n - 1);
+    EXPECT_EQ(vtest::log_count(6, std::string("thread create fail to ") + worker_line(n)), 1);
     EXPECT_EQ(vtest::log_count(6, kDeinitTimeout), 1) << "fewer than 15 can report";
-    // Every worker started has left (TearDown counts threads); the last one freed the handle
-    // if the teardown could not.
     EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 2000), 0u);
+    const auto end = clock_type::now() + std::chrono::seconds(2);
+    while (hooks.frees() < 12 && clock_type::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(hooks.frees(), 12);
 }
 
-// Workers start in this order: four deinterleave, four box filter (logged under the kernel's
-// name), the U, V and Y plane workers, four interleave.
-INSTANTIATE_TEST_SUITE_P(Workers, CreateFailure,
-                         ::testing::Values(create_case{1, "vantor_deinterleave_thread_func"},
-                                           create_case{4, "vantor_deinterleave_thread_func"},
-                                           create_case{5, "deinterleave_yuv420_uv_downsample"},
-                                           create_case{8, "deinterleave_yuv420_uv_downsample"},
-                                           create_case{9, "vantor_u"}, create_case{10, "vantor_v"},
-                                           create_case{11, "vantor_y"},
-                                           create_case{12, "restore_interleave_yuv420"},
-                                           create_case{15, "restore_interleave_yuv420"}));
+INSTANTIATE_TEST_SUITE_P(Workers, CreateFailure, ::testing::Range(1, 16));
 
 // ---- null handles ----------------------------------------------------------------------------
 
@@ -389,5 +388,79 @@ TEST_F(Entry, WorkersAndCallerTakeTheScenarioNiceness) {
     if (!privileged)
         printf("[ note     ] setpriority below the current niceness refused: unprivileged run\n");
 }
+
+// ---- teardown races ---------------------------------------------------------------------------
+
+// vantor_deinit racing the start-up of the workers: right after vantor_init, after a random
+// pause, from several callers at once, and right after a frame. Whatever phase the workers are
+// in, every one must end, every block must be given back (by the teardown or by the last
+// worker), and nothing but the teardown's own time-out may be logged. Under the sanitizers
+// these also catch a use after free of the handle and races on its fields.
+struct plan {
+    const char* name;
+    int threads;       // callers running cycles at the same time
+    int cycles;        // per caller
+    int max_delay_us;  // random pause between vantor_init and vantor_deinit (0: none)
+    bool with_frame;   // wait for the workers, run one frame, then tear down at once
+};
+
+void race_cycles(const plan& p, uint32_t seed, int* failures) {
+    // Sizes from the smallest frame to VGA, heights on and off the 16-row grid.
+    const int32_t sizes[][2] = {{16, 1}, {32, 17}, {224, 112}, {640, 360}, {640, 480}};
+    vtest::rng r(seed);
+    for (int c = 0; c < p.cycles; ++c) {
+        const int32_t* s = sizes[r.range(0, 4)];
+        void* h = vantor_init(s[0], s[1], c % 2);
+        if (!h) {
+            ++*failures;
+            return;
+        }
+        if (p.max_delay_us > 0)
+            std::this_thread::sleep_for(std::chrono::microseconds(r.range(0, p.max_delay_us)));
+        if (p.with_frame) {
+            nv21_frame f(s[0], s[1], seed + c);
+            if (vantor_wait_ready(h, 10000) != 0 ||
+                !vantor_run(h, f.y(), f.vu(), s[0], s[1], VTR_NV21))
+                ++*failures;
+        }
+        *failures += vantor_deinit(h) != 0;
+    }
+}
+
+class TeardownRace : public Entry, public ::testing::WithParamInterface<plan> {};
+
+TEST_P(TeardownRace, EveryWorkerEndsAndEveryBlockIsGivenBack) {
+    const plan p = GetParam();
+    vtest::hook_guard hooks;
+    std::vector<int> failures(p.threads, 0);
+    std::vector<std::thread> callers;
+    for (int t = 0; t < p.threads; ++t)
+        callers.emplace_back(race_cycles, std::cref(p), 1000 + t, &failures[t]);
+    for (auto& c : callers)
+        c.join();
+    EXPECT_EQ(failures, std::vector<int>(p.threads, 0));
+    // Workers that had not parked leave after the teardown returned; give them time to go.
+    EXPECT_EQ(vtest::wait_threads_since(baseline_, 0, 20000), 0u) << "threads left running";
+    const auto end = clock_type::now() + std::chrono::seconds(20);
+    while (hooks.frees() < hooks.allocations() && clock_type::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(hooks.allocations(), 12 * p.threads * p.cycles);
+    EXPECT_EQ(hooks.frees(), hooks.allocations()) << "blocks never given back";
+    EXPECT_EQ(hooks.creations(), 15 * p.threads * p.cycles);
+    for (const auto& l : vtest::log_lines()) {
+        if (l.prio >= 6 && l.text.rfind("Android-", 0) != 0) {
+            EXPECT_EQ(l.text, kDeinitTimeout);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Phases, TeardownRace,
+                         ::testing::Values(plan{"RightAfterInit", 1, 60, 0, false},
+                                           plan{"AfterARandomPause", 1, 40, 3000, false},
+                                           plan{"FourCallersAtOnce", 4, 15, 500, false},
+                                           plan{"RightAfterAFrame", 2, 15, 0, true}),
+                         [](const ::testing::TestParamInfo<plan>& i) {
+                             return std::string(i.param.name);
+                         });
 
 }  // namespace
