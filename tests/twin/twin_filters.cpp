@@ -151,16 +151,21 @@ void span3_center_bench(twin::bench_timer& timer) {
     });
 }
 
-// Whole planes: the scalar side is the scalar border with the scalar centre.
+// Whole planes of 1920x1088 and 3840x2160: the scalar side is the scalar border with the
+// scalar centre.
 void span3_plane_bench(twin::bench_timer& timer) {
-    planes p(120, 68);
-    timer.pair("120x68", 120 * 68, [&](bool v) {
-        if (v)
-            bilateral_filter_span3(p.src.data(), p.a.data(), 68, 120);
-        else
-            bilateral_filter_span3_with(p.src.data(), p.a.data(), 68, 120,
-                                        bilateral_filter_span3_center_c);
-    });
+    const int sizes[2][2] = {{120, 68}, {240, 135}};
+    for (const auto& size : sizes) {
+        const int w = size[0], h = size[1];
+        planes p(w, h);
+        timer.pair(std::to_string(w) + "x" + std::to_string(h), w * h, [&](bool v) {
+            if (v)
+                bilateral_filter_span3(p.src.data(), p.a.data(), h, w);
+            else
+                bilateral_filter_span3_with(p.src.data(), p.a.data(), h, w,
+                                            bilateral_filter_span3_center_c);
+        });
+    }
 }
 
 const twin::twin_case kCases[] = {
