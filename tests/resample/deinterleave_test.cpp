@@ -1,6 +1,6 @@
 // Deinterleave: which input byte lands in which output sample, the exact luma copy of the
 // 4:2:2 kernels, the first-band asymmetry of the chroma-only kernel, and the bounds that write
-// nothing; each for the vector and the scalar form.
+// nothing, each for the vector and the scalar form; the strip wrappers and the decimation.
 #include <string.h>
 
 #include <string>
@@ -139,17 +139,56 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Deinterleave, testing::ValuesIn(kKinds),
                              return info.param.name;
                          });
 
-// Every sixteenth row and eighth column; fewer than sixteen rows write nothing.
-TEST(UvDownsample, EverySixteenthRowAndEighthColumn) {
-    const int row_len = 68;  // 8 output values per row (68 >> 3)
-    const std::vector<uint8_t> src = marked(static_cast<size_t>(40) * row_len);
-    for (int rows : {40, 15, 1, 0, -16}) {
-        std::vector<uint8_t> dst(20, 0xEE);
-        uv_downsample(src.data(), dst.data(), rows, row_len);
-        for (int i = 0; i < 20; ++i) {
-            const bool written = i < 8 * (rows / 16);
-            EXPECT_EQ(dst[i], written ? src[16 * row_len * (i / 8) + 8 * (i % 8)] : 0xEE)
-                << rows << " rows, value " << i;
+// The strip wrappers and the 16x decimation, which the twins and the pipeline share, against
+// their definition pixel by pixel: block (br, bc) takes the pair at luma row 16br, column 16bc
+// (4:2:0: VU row 8br); 4:2:2 luma rows below the strip height are copied, 4:2:0 luma rows of a
+// ragged last band too; rows from the strip height to the band's end repeat its last row.
+TEST(SharedPaths, StripWrappersAndDecimationFollowTheirDefinition) {
+    const struct { int width, strip_height; } cases[] = {{144, 21}, {256, 32}, {16, 5}, {400, 47}};
+    for (const auto& c : cases) {
+        const int w = c.width, sh = c.strip_height, hb = sh & ~15, rows = hb + 16;
+        const int blocks = (w / 16) * ((sh + 15) / 16);
+        const std::vector<uint8_t> in = marked(static_cast<size_t>(2) * w * rows);
+        for (bool packed : {false, true}) {
+            std::vector<uint8_t> y(static_cast<size_t>(w) * rows, 0xEE), first(blocks + 1, 0xEE),
+                second(blocks + 1, 0xEE);
+            if (packed)
+                deinterleave_strip_422(y.data(), first.data(), second.data(), in.data(), w, sh);
+            else
+                deinterleave_strip_420(first.data(), second.data(), in.data(), in.data(), y.data(),
+                                       w, sh);
+            const std::string what = std::string(packed ? "4:2:2 " : "4:2:0 ") + std::to_string(w) +
+                                     "x" + std::to_string(sh);
+            for (int i = 0; i <= blocks; ++i) {
+                const size_t at =
+                    packed
+                        ? 2 * (static_cast<size_t>(16 * (i / (w / 16))) * w + 16 * (i % (w / 16))) +
+                              1
+                        : static_cast<size_t>(8 * (i / (w / 16))) * w + 16 * (i % (w / 16));
+                ASSERT_EQ(first[i], i < blocks ? in[at] : 0xEE) << what << " block " << i;
+                ASSERT_EQ(second[i], i < blocks ? in[at + (packed ? 2 : 1)] : 0xEE)
+                    << what << " block " << i;
+            }
+            for (int r = 0; r < rows; ++r) {
+                const int from = r < sh ? r : sh - 1;
+                const bool written = (packed && r < sh) || (sh % 16 != 0 && r >= hb);
+                for (int x = 0; x < w; ++x) {
+                    const size_t src = packed ? 2 * (static_cast<size_t>(from) * w + x)
+                                              : static_cast<size_t>(from) * w + x;
+                    ASSERT_EQ(y[r * w + x], written ? in[src] : 0xEE)
+                        << what << " luma row " << r << " column " << x;
+                }
+            }
+        }
+        std::vector<uint8_t> decimated((w / 16) * (rows / 16) + 1, 0xEE);
+        decimate_plane_16(in.data(), w, rows, decimated.data());
+        for (int i = 0; i <= (w / 16) * (rows / 16); ++i) {
+            const bool written = i < (w / 16) * (rows / 16);
+            ASSERT_EQ(decimated[i],
+                      written
+                          ? in[static_cast<size_t>(16 * (i / (w / 16))) * w + 16 * (i % (w / 16))]
+                          : 0xEE)
+                << "decimation " << w << "x" << rows << " value " << i;
         }
     }
 }

@@ -1,9 +1,7 @@
-// A whole frame through the kernels of both families on one thread, in pipeline order:
-// deinterleave, box filter on the luma, decimation of the low-pass luma, bilateral filter of the
-// three block planes, upsampling of chroma and luma, restore. The frame is the test scene: a
-// smooth picture with low-frequency colour blotches and one sharp colour edge. What is checked
-// is what a viewer would see: the blotches fade, the edge keeps its two colours, and luma is
-// not disturbed. Swapped chroma bytes or a wrong stride anywhere on the way break these.
+// What a viewer sees of a processed frame: the one-thread model (whose bytes every whole-frame
+// test demands of vantor_run) on the test scene, a smooth picture with low-frequency colour
+// blotches and one sharp colour edge. The blotches must fade, the edge keep its two colours, and
+// luma stay undisturbed; swapped chroma bytes or a wrong stride anywhere on the way break these.
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -15,54 +13,18 @@
 
 #include <gtest/gtest.h>
 
-#include "filters/box_filter.h"
-#include "resample/deinterleave.h"
-#include "resample/restore.h"
-#include "resample/upsample.h"
+#include "entry/frame_model.h"
 #include "support/frames.h"
+#include "vantor.h"
 
 namespace {
 
 constexpr int kW = 1024;  // a multiple of 128: the kernels cover the whole width
 constexpr int kH = 576;   // a multiple of 16
-constexpr int kBW = kW / 16;
 constexpr int kBH = kH / 16;
-constexpr int kCW = kW / 2;       // chroma samples per row
-constexpr int kAmplitude = 5;     // blotch amplitude in codes, per chroma byte
-constexpr int32_t kCapture = 12;  // the capture scenario's saturation
-constexpr int kEdgeX = kW / 2;    // the scene's colour edge, in luma columns
-
-// The working planes of one handle, for one frame.
-struct work {
-    using plane = std::vector<uint8_t>;
-    plane y_old = plane(kW * kH), y_low = plane(kW * kH), y_high = plane(kW * kH);
-    plane down_y = plane(kBW * kBH), down_u = plane(kBW * kBH), down_v = plane(kBW * kBH);
-    plane filt_y = plane(kBW * kBH), filt_u = plane(kBW * kBH), filt_v = plane(kBW * kBH);
-    plane up_u = plane(kH * kCW), up_v = plane(kH * kCW);
-};
-
-// Stages 2 and 3 of the pipeline, common to both formats once the luma is in `luma` and the
-// chroma in the block planes: box filter, decimation of y_low, bilateral filter, upsampling.
-void smooth_and_upsample(work& w, const uint8_t* luma, bool packed) {
-    box_filter_band(luma, w.y_low.data(), w.y_high.data(), kW, kH, kW);
-    for (int r = 0; r < kBH; ++r) {
-        for (int c = 0; c < kBW; ++c)
-            w.down_y[r * kBW + c] = w.y_low[16 * r * kW + 16 * c];
-    }
-    bilateral_filter_span3(w.down_y.data(), w.filt_y.data(), kBH, kBW);
-    bilateral_filter_span3(w.down_u.data(), w.filt_u.data(), kBH, kBW);
-    bilateral_filter_span3(w.down_v.data(), w.filt_v.data(), kBH, kBW);
-    upsample_args rec{};
-    rec.width = kBW;
-    rec.height = kBH;
-    rec.chroma_src = w.filt_u.data();
-    rec.chroma_dst = w.up_u.data();
-    packed ? upsample_uv422(&rec) : upsample_uv420(&rec);
-    rec.chroma_src = w.filt_v.data();
-    rec.chroma_dst = w.up_v.data();
-    packed ? upsample_uv422(&rec) : upsample_uv420(&rec);
-    upsample_y_neon(w.y_low.data(), w.filt_y.data(), kBW, kBH);
-}
+constexpr int kCW = kW / 2;     // chroma samples per row
+constexpr int kAmplitude = 5;   // blotch amplitude in codes, per chroma byte
+constexpr int kEdgeX = kW / 2;  // the scene's colour edge, in luma columns
 
 // A frame's chroma as (U, V) per sample of the scene's chroma grid rows that the format keeps.
 struct chroma_view {
@@ -178,14 +140,7 @@ TEST(OneThreadFrame, Nv21CaptureFadesBlotchesAndKeepsTheEdge) {
     const std::vector<uint8_t> y_in = y;
     const chroma_view before = view(vu, false);
 
-    work w;
-    // The pipeline passes downsampled_u as the first output: for NV21 it holds V.
-    deinterleave_yuv420_uv_downsample_neon(w.down_u.data(), w.down_v.data(), vu.data(), kW, kH, kW);
-    smooth_and_upsample(w, y.data(), false);
-    restore_interleave_yuv420_neon(y.data(), vu.data(), w.y_low.data(), w.y_high.data(),
-                                   w.up_u.data(), w.up_v.data(), kW, kH, kCapture, y.data(),
-                                   vu.data(), VTR_SCENARIO_CAPTURE);
-
+    vtest::model_frame(y.data(), vu.data(), kW, kH, VTR_NV21, VTR_SCENARIO_CAPTURE);
     expect_viewer_sees_cleaner_frame(before, view(vu, false), s);
     expect_luma_kept(y_in, y, true);
 }
@@ -196,14 +151,7 @@ TEST(OneThreadFrame, YuyvCaptureFadesBlotchesAndKeepsTheEdge) {
     vtest::pack_yuyv(s, frame.data());
     const chroma_view before = view(frame, true);
 
-    work w;
-    deinterleave_yuv422_uv_downsample_neon(w.y_old.data(), w.down_u.data(), w.down_v.data(),
-                                           frame.data(), kW, kH, kW);
-    ASSERT_EQ(w.y_old, s.y) << "the 4:2:2 deinterleave copies the luma exactly";
-    smooth_and_upsample(w, w.y_old.data(), true);
-    restore_interleave_yuv422_neon(frame.data(), w.y_low.data(), w.y_high.data(), w.up_u.data(),
-                                   w.up_v.data(), kW, kH, kCapture);
-
+    vtest::model_frame(frame.data(), nullptr, kW, kH, VTR_YUYV, VTR_SCENARIO_CAPTURE);
     expect_viewer_sees_cleaner_frame(before, view(frame, true), s);
     std::vector<uint8_t> y_out(kW * kH);
     for (size_t i = 0; i < y_out.size(); ++i)

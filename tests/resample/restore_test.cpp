@@ -234,29 +234,4 @@ TEST(RestoreSizes, RefusedSizesWriteNothing) {
     }
 }
 
-// The chroma-only 4:2:0 kernel takes the luma height as its row count and then covers exactly
-// the VU plane (width x height / 2); the 4:2:2 one writes the luma bytes back as read.
-TEST(RestoreSizes, ChromaOnlyKernelsCoverTheirPlanesExactly) {
-    for (bool vector : {true, false}) {
-        const int width = 64, height = 6;
-        const int vu_bytes = width * height / 2;
-        std::vector<uint8_t> vu(vu_bytes, 10), up(vu_bytes / 2, 40), out(vu_bytes + 32, 0xEE);
-        // S = 0 writes the upsampled value everywhere it reaches.
-        (vector ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
-            nullptr, vu.data(), nullptr, nullptr, up.data(), up.data(), width, height, 0,
-            out.data());
-        for (int i = 0; i < vu_bytes + 32; ++i)
-            ASSERT_EQ(out[i], i < vu_bytes ? 40 : 0xEE) << "byte " << i;
-
-        std::vector<uint8_t> frame(2 * width * 2);
-        for (size_t i = 0; i < frame.size(); ++i)
-            frame[i] = static_cast<uint8_t>(i * 37);
-        const std::vector<uint8_t> before = frame;
-        (vector ? restore_interleave_uv422_neon : restore_interleave_uv422_c)(
-            frame.data(), nullptr, nullptr, up.data(), up.data(), width, 2, 0);
-        for (size_t i = 0; i < frame.size(); ++i)
-            ASSERT_EQ(frame[i], i % 2 == 0 ? before[i] : 40) << "byte " << i;
-    }
-}
-
 }  // namespace

@@ -1,6 +1,5 @@
-// Upsampling: a hand-worked ramp, truncation and border replication, each through the vector
-// and the scalar path; whole outputs against a per-pixel bilinear formula; the odd-width edge
-// block; uv_upsample.
+// Upsampling: whole outputs of the vector and the scalar paths against a per-pixel bilinear
+// formula, and the odd-width edge block that both twins share.
 #include <string.h>
 
 #include <string>
@@ -83,30 +82,6 @@ int reference(const std::vector<uint8_t>& s, int w, int h, int fx, int fy, int y
 
 class Upsample : public testing::TestWithParam<upsampler> {};
 
-TEST_P(Upsample, HandWorkedRampTruncationAndReplication) {
-    const upsampler& u = GetParam();
-    // [[0, 160], [160, 0]]: along row 0 the value climbs by 160 / fx per column, then the right
-    // border interval is flat at 160; halfway down the two rows average to 80; the last fy rows
-    // repeat source row 1 (bottom replication): 160 falling to 160 / fx, then 0.
-    const std::vector<uint8_t> ramp = upsample(u, {0, 160, 160, 0}, 2, 2);
-    const int stride = 2 * u.fx;
-    for (int x = 0; x < stride; ++x) {
-        EXPECT_EQ(ramp[x], x < u.fx ? 160 * x / u.fx : 160) << "row 0, column " << x;
-        EXPECT_EQ(ramp[u.fy / 2 * stride + x], 80) << "middle row, column " << x;
-        for (int y = u.fy; y < 2 * u.fy; ++y)
-            ASSERT_EQ(ramp[y * stride + x], x < u.fx ? 160 - 160 * x / u.fx : 0) << "row " << y;
-    }
-    // Between 0 and 1 every intermediate sample is below 1 and truncates to 0, across and down.
-    const std::vector<uint8_t> across = upsample(u, {0, 1}, 2, 1);
-    const std::vector<uint8_t> down = upsample(u, {0, 1}, 1, 2);
-    for (int i = 0; i < u.fx; ++i)
-        EXPECT_EQ(across[i], 0) << "column " << i;
-    for (int i = 0; i < u.fy; ++i)
-        EXPECT_EQ(down[i * u.fx], 0) << "row " << i;
-    EXPECT_EQ(across[u.fx], 1);
-    EXPECT_EQ(down[u.fy * u.fx], 1);
-}
-
 // Every size class down to 1 x 1 against the formula; an empty source writes nothing.
 TEST_P(Upsample, MatchesThePerPixelFormula) {
     const upsampler& u = GetParam();
@@ -167,24 +142,6 @@ TEST(UpsampleOddWidth, EdgeBlockCoversTheLastEightColumns) {
                 }
             }
         }
-    }
-}
-
-// uv_upsample has the 4:2:2 geometry and weights; its mirror rule picks the border sample at
-// the right and bottom border, so it matches upsample_uv422 everywhere. It returns 16 * rows
-// and writes nothing below one row.
-TEST(UvUpsample, AgreesWithThe422WrapperAndReturnsItsRowCount) {
-    vtest::rng r(5);
-    const int sizes[][2] = {{1, 1}, {1, 3}, {2, 2}, {3, 1}, {5, 4}, {8, 6}, {2, 0}, {2, -3}};
-    for (const auto& size : sizes) {
-        const int w = size[0], h = size[1];
-        std::vector<uint8_t> src(static_cast<size_t>(w) * (h > 0 ? h : 1));
-        for (uint8_t& v : src)
-            v = r.byte();
-        const std::vector<uint8_t> want = upsample(kAll[3], src, w, h);
-        std::vector<uint8_t> got(want.size(), 0xEE);
-        EXPECT_EQ(uv_upsample(src.data(), got.data(), h, w), 16 * h);
-        EXPECT_EQ(got, want) << w << "x" << h;
     }
 }
 
