@@ -43,7 +43,7 @@ parsed_args parse_args(int argc, char** argv, int first, const std::vector<optio
         }
         const option_def* def = nullptr;
         for (const option_def& s : defs)
-            if (arg == s.name || (s.alias && arg == s.alias))
+            if (arg == s.name || (s.alias && arg == s.alias) || (s.alias2 && arg == s.alias2))
                 def = &s;
         if (!def)
             usage_error("unknown option " + arg + " for 'vantor " + command + "' (see vantor " +

@@ -12,6 +12,7 @@ struct option_def {
     const char* name;   // canonical long name, e.g. "--size"
     const char* alias;  // short or alternative spelling, e.g. "-s"; may be null
     bool takes_value;
+    const char* alias2 = nullptr;  // a second spelling, e.g. FFmpeg's "-pix_fmt"
 };
 
 struct parsed_args {

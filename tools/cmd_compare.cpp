@@ -14,13 +14,13 @@ namespace vtool {
 
 namespace {
 
-const std::vector<option_def> options = {{"--out", "-o", true},      {"--size", "-s", true},
-                                         {"--format", "-f", true},   {"--frame", nullptr, true},
-                                         {"--scale", nullptr, true}, {"--quality", nullptr, true}};
+const std::vector<option_def> options = {
+    {"--out", "-o", true},      {"--size", "-s", true},     {"--format", "-f", true, "-pix_fmt"},
+    {"--frame", nullptr, true}, {"--scale", nullptr, true}, {"--quality", nullptr, true}};
 
 struct raw_frames {
     bool given = false;
-    pixel_format format = pixel_format::nv21;
+    file_layout layout = file_layout::nv21;
     int width = 0, height = 0;
     int frame_index = 0;
 };
@@ -37,15 +37,19 @@ compare_side load_side(const std::string& path, const raw_frames& raw) {
                     " is not a PNG or JPEG picture; for raw frames give -s WIDTHxHEIGHT "
                     "and --format");
     }
-    raw_reader reader(in, raw.format, raw.width, raw.height);
+    raw_reader reader(in, raw.layout, raw.width, raw.height);
     reader.skip(static_cast<uint64_t>(raw.frame_index));
+    std::vector<uint8_t> packed(reader.frame_size);
+    if (!reader.next({{packed.data(), packed.size()}}))
+        fail(in.name + " has only " + std::to_string(reader.read) + " frames");
+    // Shown and measured in the format the library would have processed it in.
     frame f;
-    f.format = raw.format;
+    f.format = library_format(raw.layout);
     f.width = raw.width;
     f.height = raw.height;
-    f.bytes.resize(reader.frame_size);
-    if (!reader.next({{f.bytes.data(), f.bytes.size()}}))
-        fail(in.name + " has only " + std::to_string(reader.read) + " frames");
+    f.bytes.resize(frame_bytes(f.format, f.width, f.height));
+    layout_to_library(raw.layout, f.width, f.height, packed.data(), f.bytes.data(),
+                      f.bytes.data() + static_cast<size_t>(f.width) * f.height);
     return side_of(f);
 }
 
@@ -65,19 +69,18 @@ int cmd_compare(int argc, char** argv) {
     raw_frames raw;
     if (a.has("--format")) {
         const std::string f = a.value("--format", "");
-        if (!parse_format(f, &raw.format))
-            usage_error("unknown format '" + f + "': use nv21, nm21, yuyv, yuy2 or yuyv422");
+        if (!parse_layout(f, &raw.layout))
+            usage_error("unknown format '" + f + "': use " + layout_names);
     }
     if (a.has("--size")) {
         const std::string s = a.value("--size", "");
         if (!parse_size(s, &raw.width, &raw.height))
             usage_error("bad frame size '" + s + "': give it as WIDTHxHEIGHT, e.g. 1920x1080");
-        if (is_420(raw.format) && (raw.width % 2 || raw.height % 2))
-            usage_error(std::string(format_name(raw.format)) +
-                        " frames need an even width and "
-                        "height");
+        const char* name = layout_name(raw.layout);
+        if (is_420(library_format(raw.layout)) && (raw.width % 2 || raw.height % 2))
+            usage_error(std::string(name) + " frames need an even width and height");
         if (raw.width % 2)
-            usage_error(std::string(format_name(raw.format)) + " frames need an even width");
+            usage_error(std::string(name) + " frames need an even width");
         raw.given = true;
     }
     raw.frame_index = int_value(a, "--frame", 0, 0, 1 << 30);

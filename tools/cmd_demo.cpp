@@ -1,8 +1,6 @@
 // vantor demo: the built-in scene denoised in both scenarios, with pictures and a table.
-#include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -25,22 +23,6 @@ const std::vector<option_def> options = {
 
 constexpr int timed_runs = 9;
 constexpr int heat_scale = 8;  // codes of |dU| + |dV| shown in the heat map's top colour
-
-void make_dirs(const std::string& dir) {
-    std::string partial;
-    size_t pos = 0;
-    while (pos != std::string::npos) {
-        pos = dir.find('/', pos + 1);
-        partial = dir.substr(0, pos);
-        if (partial.empty())
-            continue;
-        if (mkdir(partial.c_str(), 0777) != 0 && errno != EEXIST)
-            fail("cannot create " + partial + ": " + strerror(errno));
-    }
-    struct stat st;
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        fail("cannot write to " + dir + ": not a directory");
-}
 
 struct scenario_result {
     frame out;

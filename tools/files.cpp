@@ -257,6 +257,34 @@ void output_file::commit() {
     committed_ = true;
 }
 
+void make_dirs(const std::string& dir) {
+    std::string partial;
+    size_t pos = 0;
+    while (pos != std::string::npos) {
+        pos = dir.find('/', pos + 1);
+        partial = dir.substr(0, pos);
+        if (partial.empty())
+            continue;
+        if (mkdir(partial.c_str(), 0777) != 0 && errno != EEXIST)
+            fail("cannot create " + partial + ": " + strerror(errno));
+    }
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        fail("cannot write to " + dir + ": not a directory");
+}
+
+std::string stem_of(const std::string& path) {
+    const std::string base = base_of(path);
+    const size_t dot = base.rfind('.');
+    return dot == std::string::npos || dot == 0 ? base : base.substr(0, dot);
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
 void write_whole_file(const std::string& path, const std::vector<uint8_t>& bytes) {
     output_file out(path);
     out.write(bytes.data(), bytes.size());

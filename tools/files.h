@@ -65,6 +65,15 @@ void write_whole_file(const std::string& path, const std::vector<uint8_t>& bytes
 // and turns a broken pipe into a write error instead of a silent death.
 void install_signal_cleanup();
 
+// Creates the directory and its missing parents; fails when `dir` is not a directory after.
+void make_dirs(const std::string& dir);
+
+// The last component of `path` without its name ending: "a/clip.y4m" gives "clip".
+std::string stem_of(const std::string& path);
+
+// True when both paths exist and are the same file.
+bool same_file(const std::string& a, const std::string& b);
+
 // True when `path` names standard input or output.
 inline bool is_stdio(const std::string& path) {
     return path == "-";

@@ -109,7 +109,7 @@ size_t frame_bytes(pixel_format f, int width, int height) {
     return is_420(f) ? luma + luma / 2 : 2 * luma;
 }
 
-std::string geometry_problem(pixel_format f, int width, int height) {
+std::string geometry_problem(pixel_format f, int width, int height, const char* name) {
     const std::string size = std::to_string(width) + "x" + std::to_string(height);
     if (width % 16 != 0) {
         const int below = width / 16 * 16;
@@ -126,7 +126,7 @@ std::string geometry_problem(pixel_format f, int width, int height) {
         return "frame " + size + " is too small: the library needs at least " +
                std::to_string(min_width) + "x" + std::to_string(min_height);
     if (is_420(f) && height % 2 != 0)
-        return "height " + std::to_string(height) + " is odd: " + format_name(f) +
+        return "height " + std::to_string(height) + " is odd: " + (name ? name : format_name(f)) +
                " carries chroma for pairs of rows and needs an even height";
     return std::string();
 }

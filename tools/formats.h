@@ -43,8 +43,9 @@ constexpr int min_height = 1;
 constexpr int max_side = 16384;
 
 // Empty when the library can process frames of this size and format, else why not, in one
-// sentence that names what it accepts.
-std::string geometry_problem(pixel_format f, int width, int height);
+// sentence that names what it accepts. `name` stands for the format's name in it when given
+// (frames converted to the format).
+std::string geometry_problem(pixel_format f, int width, int height, const char* name = nullptr);
 
 }  // namespace vtool
 

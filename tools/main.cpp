@@ -26,12 +26,16 @@ struct command_help {
 const command_help commands[] = {
     {"denoise",
      "  vantor denoise IN OUT [-s WIDTHxHEIGHT] [--format F] [--scenario S] [--quality Q]\n"
-     "                 [--quiet]\n"
+     "                 [--quiet]            or: vantor denoise IN... -o DIR [options]\n"
      "      IN, OUT: files, or - for standard input/output.\n"
-     "      With -s: raw frames, one or many back to back, F = nv21 (default) | nm21 | yuyv |\n"
-     "      yuy2 (also FFmpeg's yuyv422); output tightly packed in the same format.\n"
-     "      Without -s: a PNG or JPEG picture, written as PNG or JPEG by OUT's ending (.png,\n"
+     "      With -s: raw frames, one or many back to back, F (or -pix_fmt F) = nv21 (default)\n"
+     "      | nm21 | yuyv | yuy2 | nv12 | i420 | i422 (also FFmpeg's yuyv422, yuv420p,\n"
+     "      yuv422p); output tightly packed in the same format.\n"
+     "      YUV4MPEG2 (by its first bytes or a .y4m name): size and rate from its header,\n"
+     "      4:2:0 or 4:2:2, progressive; written as YUV4MPEG2 (OUT named .y4m, or -).\n"
+     "      Otherwise a PNG or JPEG picture, written as PNG or JPEG by OUT's ending (.png,\n"
      "      .jpg, .jpeg; - is PNG); Q = JPEG quality, 1 to 100 (default 90).\n"
+     "      -o DIR: each IN to DIR under its own name; exit status 1 if any failed.\n"
      "      S = capture (default) | preview.\n"},
     {"compare",
      "  vantor compare BEFORE AFTER --out PICTURE [-s WIDTHxHEIGHT --format F] [--frame N]\n"

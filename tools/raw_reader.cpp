@@ -4,12 +4,14 @@
 
 namespace vtool {
 
-std::string frame_label(pixel_format f, int width, int height) {
-    return std::to_string(width) + "x" + std::to_string(height) + " " + format_name(f) + " frame";
+std::string frame_label(file_layout l, int width, int height) {
+    return std::to_string(width) + "x" + std::to_string(height) + " " + layout_name(l) + " frame";
 }
 
-raw_reader::raw_reader(input_file& in, pixel_format f, int width, int height)
-    : frame_size(frame_bytes(f, width, height)), in_(in), what_(frame_label(f, width, height)) {
+raw_reader::raw_reader(input_file& in, file_layout l, int width, int height)
+    : frame_size(layout_frame_bytes(l, width, height)),
+      in_(in),
+      what_(frame_label(l, width, height)) {
     if (!in.regular)
         return;
     const std::string expected =

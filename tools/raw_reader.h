@@ -10,12 +10,13 @@
 
 #include "files.h"
 #include "frame_buffer.h"
+#include "layouts.h"
 
 namespace vtool {
 
 struct raw_reader {
     // For a regular file, checks at once that it holds a whole number of frames.
-    raw_reader(input_file& in, pixel_format f, int width, int height);
+    raw_reader(input_file& in, file_layout l, int width, int height);
 
     // Reads the next frame into the spans (which add up to one packed frame). False at the end
     // of the input; a frame cut short fails.
@@ -33,7 +34,7 @@ struct raw_reader {
 };
 
 // "256x144 NV21 frame"
-std::string frame_label(pixel_format f, int width, int height);
+std::string frame_label(file_layout l, int width, int height);
 
 }  // namespace vtool
 

@@ -66,6 +66,35 @@ def frames_of(data, width, height, fmt):
             for i in range(0, len(data), size)]
 
 
+def planes(data, width, height, fmt):
+    """Y, U and V (frames first) of packed frames of a layout: nv21, nv12, yuy2, i420, i422."""
+    w, h = width, height
+    if fmt in ("nv21", "nv12"):
+        a = np.frombuffer(data, np.uint8).reshape(-1, h * 3 // 2, w)
+        c = a[:, h:].reshape(-1, h // 2, w // 2, 2)
+        return (a[:, :h],) + ((c[..., 1], c[..., 0]) if fmt == "nv21" else (c[..., 0], c[..., 1]))
+    if fmt == "yuy2":
+        a = np.frombuffer(data, np.uint8).reshape(-1, h, 2 * w)
+        return a[..., 0::2], a[..., 1::4], a[..., 3::4]
+    ch = h // 2 if fmt == "i420" else h
+    a = np.frombuffer(data, np.uint8).reshape(-1, w * h + w * ch)
+    return (a[:, :w * h].reshape(-1, h, w), a[:, w * h:w * h + w * ch // 2].reshape(-1, ch, w // 2),
+            a[:, w * h + w * ch // 2:].reshape(-1, ch, w // 2))
+
+
+def pack(y, u, v, fmt):
+    """The reverse of planes()."""
+    n = len(y)
+    if fmt in ("nv21", "nv12"):
+        c = np.stack((v, u) if fmt == "nv21" else (u, v), -1).reshape(n, -1)
+        return np.concatenate([y.reshape(n, -1), c], 1).tobytes()
+    if fmt == "yuy2":
+        a = np.empty(y.shape[:2] + (2 * y.shape[2],), np.uint8)
+        a[..., 0::2], a[..., 1::4], a[..., 3::4] = y, u, v
+        return a.tobytes()
+    return np.concatenate([p.reshape(n, -1) for p in (y, u, v)], 1).tobytes()
+
+
 class ToolTestCase(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp(prefix="vantor_cli_")
@@ -115,6 +144,9 @@ class BadInputTests(ToolTestCase):
         ihdr = b"IHDR" + struct.pack(">IIBBBBB", 60000, 60000, 8, 2, 0, 0, 0)
         self.write("huge.png", b"\x89PNG\r\n\x1a\n\0\0\0\x0d" + ihdr +
                    struct.pack(">I", zlib.crc32(ihdr)) + b"\0\0\0\0IEND\xaeB`\x82")
+        for name, tags in (("tff.y4m", "It C420jpeg"), ("c444.y4m", "Ip C444")):
+            self.write(name, b"YUV4MPEG2 W256 H144 F25:1 %s\nFRAME\n" % tags.encode() +
+                       bytes(256 * 144 * 3))
         os.mkdir(self.path("adir"))
         cases = [
             (["denoise", "short.nv21", "out.nv21", "-s", "256x144"], 1,
@@ -132,8 +164,12 @@ class BadInputTests(ToolTestCase):
              "bad frame size '99999999x16'"),
             (["denoise", "ok.nv21", "out.nv21", "-s", "256x145", "--format", "nv21"], 2,
              "height 145 is odd: NV21 carries chroma for pairs of rows and needs an even height"),
-            (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--format", "nv12"], 2,
-             "unknown format 'nv12': use nv21, nm21, yuyv, yuy2 or yuyv422"),
+            (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "-pix_fmt", "rgb24"], 2,
+             "unknown format 'rgb24': use nv21, nm21, yuyv, yuy2, nv12, i420, i422 or FFmpeg's"),
+            (["denoise", "tff.y4m", "out.y4m"], 1,
+             "tff.y4m: YUV4MPEG2 interlaced (It): the library takes progressive frames (Ip)"),
+            (["denoise", "c444.y4m", "out.y4m"], 1,
+             "c444.y4m: YUV4MPEG2 chroma C444 is not supported: the tool takes 8-bit 4:2:0"),
             (["denoise", "ok.nv21", "out.nv21", "-s", "256x144", "--scenario", "night"], 2,
              "unknown scenario 'night': use capture or preview"),
             (["denoise", "ok.nv21", "out.nv21", "-s", "big"], 2,
@@ -257,6 +293,88 @@ class PipeTests(ToolTestCase):
 
     def test_yuyv422_preview(self):
         self.check_pipe(256, 144, "yuyv422", "yuyv422", "preview")
+
+
+    def test_ffmpeg_yuv4mpegpipe(self):
+        # The README's pipe: FFmpeg decodes to YUV4MPEG2, vantor denoises, FFmpeg encodes.
+        clip, out = self.path("clip.mp4"), self.path("out.mp4")
+        ffmpeg(["-f", "lavfi", "-i", "testsrc2=size=320x240:rate=25", "-frames:v", "10",
+                "-pix_fmt", "yuv420p", "-c:v", "libx264", clip])
+        ff_in = subprocess.Popen(["ffmpeg", "-v", "error", "-nostdin", "-i", clip, "-f",
+                                  "yuv4mpegpipe", "-"], stdout=subprocess.PIPE)
+        tool = subprocess.Popen([TOOL, "denoise", "-", "-"], stdin=ff_in.stdout,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        ff_out = subprocess.Popen(["ffmpeg", "-v", "error", "-nostdin", "-f", "yuv4mpegpipe",
+                                   "-i", "-", "-y", out], stdin=tool.stdout)
+        ff_in.stdout.close()
+        tool.stdout.close()
+        tool_err = tool.stderr.read().decode()
+        codes = [p.wait(timeout=60) for p in (ff_in, tool, ff_out)]
+        self.assertEqual(codes, [0, 0, 0], tool_err)
+        self.assertRegex(tool_err, r"^vantor: 10 320x240 YUV4MPEG2 4:2:0 frames \(25 fps\), "
+                                   r"capture: [0-9.]+ ms per frame")
+        probe = subprocess.run(["ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
+                                "-show_entries", "stream=width,height,nb_read_frames", "-of",
+                                "csv=p=0", out], stdout=subprocess.PIPE, check=True)
+        self.assertEqual(probe.stdout.decode().strip(), "320,240,10")
+
+
+class FormatTests(ToolTestCase):
+    def test_round_trips(self):
+        # Each layout made from NV21 (or YUY2) frames, denoised, turned back: the same bytes as
+        # the tool gives for the NV21 (YUY2) frames themselves.
+        w, h, size = 256, 144, ["-s", "256x144"]
+        base = {"nv21": test_source(w, h, 2, "nv21"), "yuy2": test_source(w, h, 2, "yuyv422")}
+        denoised = {}
+        for fmt, data in base.items():
+            self.write("base." + fmt, data)
+            self.assertEqual(run(["denoise", "base." + fmt, "out." + fmt, "-q", "--format", fmt] +
+                                 size, cwd=self.dir).returncode, 0)
+            denoised[fmt] = self.read("out." + fmt)
+            self.assertNotEqual(denoised[fmt], data)
+        cases = [  # layout, made from, tool arguments, y4m header and FRAME line (or None)
+            ("nv12", "nv21", size + ["--format", "nv12", "in", "out"], None),
+            ("i420", "nv21", size + ["-pix_fmt", "yuv420p", "in", "out"], None),
+            ("i420", "nv21", ["in.y4m", "out.y4m"],
+             (b"YUV4MPEG2 W256 H144 F30000:1001 Ip A1:1 C420jpeg XYSCSS=420JPEG", b"FRAME Ip XA=1")),
+            ("i420", "nv21", ["-", "-"], (b"YUV4MPEG2 W256 H144 F25:1", b"FRAME")),
+            ("i422", "yuy2", ["in.y4m", "out.y4m"], (b"YUV4MPEG2 W256 H144 F25:1 I? C422", b"FRAME")),
+        ]
+        for fmt, made_from, args, y4m in cases:
+            with self.subTest(fmt=fmt, args=args, y4m=y4m):
+                data = pack(*planes(base[made_from], w, h, made_from), fmt)
+                if y4m:
+                    frame = len(data) // 2
+                    data = y4m[0] + b"\n" + b"".join(y4m[1] + b"\n" + data[i:i + frame]
+                                                     for i in (0, frame))
+                stdin = data if args[0] == "-" else None
+                if not stdin:
+                    self.write(args[-2], data)
+                r = run(["denoise", "-q"] + args, input_bytes=stdin, cwd=self.dir)
+                self.assertEqual(r.returncode, 0, r.stderr.decode())
+                out = r.stdout if args[-1] == "-" else self.read(args[-1])
+                if y4m:
+                    header = y4m[0] + b"\n"
+                    self.assertTrue(out.startswith(header), out[:100])
+                    body = out[len(header):]
+                    frame = (len(body) - 12) // 2
+                    self.assertEqual(body[:6] + body[6 + frame:12 + frame], b"FRAME\nFRAME\n")
+                    out = body[6:6 + frame] + body[12 + frame:]
+                self.assertEqual(pack(*planes(out, w, h, fmt), made_from), denoised[made_from])
+
+    def test_batch_goes_on_after_a_failed_file(self):
+        self.write("good.nv21", test_source(256, 144, 1, "nv21"))
+        self.write("bad.nv21", bytes(1000))
+        self.assertEqual(run(["denoise", "good.nv21", "one.nv21", "-s", "256x144"],
+                             cwd=self.dir).returncode, 0)
+        r = run(["denoise", "bad.nv21", "good.nv21", "-s", "256x144", "-o", "out"], cwd=self.dir)
+        err = r.stderr.decode()
+        self.assertEqual(r.returncode, 1, err)
+        self.assertIn("vantor: bad.nv21 failed: bad.nv21 has 1000 bytes, not a whole number", err)
+        self.assertIn("vantor: good.nv21 -> out/good.nv21: 1 256x144 NV21 frame, capture:", err)
+        self.assertTrue(err.endswith("vantor: 1 of 2 files denoised into out, 1 failed\n"), err)
+        self.assertEqual(os.listdir(self.path("out")), ["good.nv21"])
+        self.assertEqual(self.read("out/good.nv21"), self.read("one.nv21"))
 
 
 class ProgressTests(ToolTestCase):
