@@ -137,4 +137,57 @@ void model_frame(uint8_t* y, uint8_t* vu, int32_t w, int32_t h, uint32_t format,
     }
 }
 
+namespace {
+
+size_t frame_bytes(int32_t w, int32_t h, uint32_t format, size_t margin, size_t* y, size_t* vu) {
+    const size_t luma = static_cast<size_t>(w) * ((h + 15) & ~15);
+    const bool planar = format == VTR_NV21 || format == VTR_NV21_M;
+    *y = margin;
+    *vu = planar ? margin + luma + (format == VTR_NV21_M ? 4096 + 48 : 0) : 0;
+    return planar ? *vu + static_cast<size_t>(w) * ((h + 1) / 2)
+                  : margin + 2 * static_cast<size_t>(w) * h;
+}
+
+}  // namespace
+
+model_case::model_case(int32_t w, int32_t h, uint32_t f, int32_t s, uint32_t seed, bool scene,
+                       size_t margin)
+    : width(w), height(h), format(f), scenario(s), buf(frame_bytes(w, h, f, margin, &y, &vu)) {
+    rng r(seed);
+    input.resize(buf.size());
+    for (uint8_t& b : input)
+        b = r.byte();
+    if (scene) {
+        const vtest::scene sc = make_scene(w, h, seed, 12);
+        if (vu)
+            pack_nv21(sc, &input[y], &input[vu]);
+        else
+            pack_yuyv(sc, &input[y]);
+    }
+    expected = input;
+    model_frame(&expected[y], vu ? &expected[vu] : nullptr, w, h, f, s);
+    memcpy(buf.data(), input.data(), input.size());
+}
+
+int32_t* model_case::run(void* handle) {
+    memcpy(buf.data(), input.data(), input.size());
+    return vantor_run(handle, reinterpret_cast<uintptr_t>(buf.data() + y),
+                      vu ? reinterpret_cast<uintptr_t>(buf.data() + vu) : 0, width, height,
+                      static_cast<int32_t>(format));
+}
+
+std::string model_case::mismatch() const {
+    if (!buf.front_intact())
+        return "written in front of the buffer";
+    if (memcmp(buf.data(), expected.data(), expected.size()) == 0)
+        return std::string();
+    // As rows of width bytes, the last one padded.
+    const size_t rows = (expected.size() + width - 1) / width;
+    std::vector<uint8_t> got = bytes(), want = expected;
+    got.resize(rows * width);
+    want.resize(rows * width);
+    return first_difference(want.data(), got.data(), width, static_cast<int>(rows), width,
+                            "buffer (rows of width bytes)");
+}
+
 }  // namespace vtest

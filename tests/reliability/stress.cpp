@@ -92,70 +92,13 @@ long logged(log_kind k) {
 const uint32_t kFormats[4] = {VTR_NV21, VTR_NV21_M, VTR_YUYV, VTR_YUY2};
 const char* const kFormatNames[4] = {"NV21", "NM21", "YUYV", "YUY2"};
 
-// One frame laid out as vantor.h asks, with the bytes the one-thread model makes of it. NV21:
-// one block, luma of aligned rows then the V/U plane; NM21: the two planes in two blocks;
-// YUYV and YUY2: one block of height rows of 2 * width bytes.
-struct frame {
-    frame(int32_t w, int32_t h, int format_index, int32_t s, uint32_t seed)
-        : width(w),
-          height(h),
-          aligned((h + 15) & ~15),
-          format(kFormats[format_index]),
-          name(kFormatNames[format_index]),
-          scenario(s) {
-        const vtest::scene sc = vtest::make_scene(w, h, seed, 12);
-        const size_t luma = static_cast<size_t>(w) * aligned, vu = luma / 2;
-        if (format == VTR_YUYV || format == VTR_YUY2) {
-            input[0].resize(2 * static_cast<size_t>(w) * h);
-            vtest::pack_yuyv(sc, input[0].data());
-        } else {
-            // Padding rows and the unused tail of the V/U plane hold noise: the library must
-            // overwrite or ignore them exactly as the model does.
-            vtest::rng r(seed);
-            input[0].resize(format == VTR_NV21 ? luma + vu : luma);
-            input[1].resize(format == VTR_NV21 ? 0 : vu);
-            for (auto& block : input)
-                for (auto& b : block)
-                    b = r.byte();
-            vtest::pack_nv21(sc, input[0].data(),
-                             format == VTR_NV21 ? &input[0][luma] : input[1].data());
-        }
-        for (int i = 0; i < 2; ++i)
-            expected[i] = work[i] = input[i];
-        uint8_t* y = expected[0].data();
-        vtest::model_frame(y, format == VTR_NV21 ? y + luma : expected[1].data(), w, h, format, s);
-    }
-    // Runs the frame from its input; the frame status, or -1 for a null result.
-    int32_t run(void* handle) {
-        for (int i = 0; i < 2; ++i)
-            work[i] = input[i];
-        uint8_t* y = work[0].data();
-        uint8_t* second =
-            format == VTR_NV21 ? y + static_cast<size_t>(width) * aligned : work[1].data();
-        if (!vantor_run(handle, reinterpret_cast<uintptr_t>(y), reinterpret_cast<uintptr_t>(second),
-                        width, height, static_cast<int32_t>(format)))
-            return -1;
-        return vantor_frame_status(handle);
-    }
-    // Empty when the working planes hold the model's output; else where they first differ.
-    std::string mismatch() const {
-        for (int i = 0; i < 2; ++i) {
-            if (work[i] == expected[i])
-                continue;
-            size_t at = 0;
-            while (work[i][at] == expected[i][at])
-                ++at;
-            return std::string(name) + " block " + std::to_string(i) +
-                   " differs from the model at byte " + std::to_string(at);
-        }
-        return std::string();
-    }
-
-    int32_t width, height, aligned;
-    uint32_t format;
+// One frame of the test scene, as a caller lays it out, with the bytes the model makes of it.
+struct frame : vtest::model_case {
+    frame(int32_t w, int32_t h, int i, int32_t s, uint32_t seed)
+        : model_case(w, h, kFormats[i], s, seed, true), name(kFormatNames[i]) {}
+    // The frame status of a run from the input, or -1 for a null result.
+    int32_t status(void* handle) { return run(handle) ? vantor_frame_status(handle) : -1; }
     const char* name;
-    int32_t scenario;
-    std::vector<uint8_t> input[2], work[2], expected[2];
 };
 
 std::set<pid_t> baseline_threads() {
@@ -198,7 +141,7 @@ size_t live_heap_bytes() {
 
 // A frame equal to the model; prints why not.
 bool checked(void* h, frame& f, long n) {
-    const int32_t status = f.run(h);
+    const int32_t status = f.status(h);
     const std::string m = f.mismatch();
     if (status == VANTOR_FRAME_OK && m.empty())
         return true;
@@ -224,7 +167,7 @@ bool soak(long frames, long cycles, int32_t w, int32_t h) {
     for (int i = 0; i < 8; ++i) {
         f.emplace_back(new frame(w, h, i % 4, i / 4, 1234 + i));
         // A frame the model leaves as it is would not tell a working library from an idle one.
-        if (f.back()->expected[0] == f.back()->input[0]) {
+        if (f.back()->expected == f.back()->input) {
             printf("soak: the model leaves the %s frame unchanged\n", f.back()->name);
             return false;
         }
@@ -297,7 +240,7 @@ struct lane {
 void run_lane(lane& l, clock_type::time_point end) {
     bool previous_late = false;
     while (clock_type::now() < end) {
-        const int32_t status = l.f->run(l.handle);
+        const int32_t status = l.f->status(l.handle);
         const bool late =
             status > 0 && (status & (VANTOR_FRAME_LATE_DEINTERLEAVE | VANTOR_FRAME_LATE_BOX_FILTER |
                                      VANTOR_FRAME_LATE_YUV | VANTOR_FRAME_LATE_INTERLEAVE)) != 0;
