@@ -1,5 +1,6 @@
 // Upsampling: whole outputs of the vector and the scalar paths against a per-pixel bilinear
-// formula, and the odd-width edge block that both twins share.
+// formula, odd widths included: there the wrappers' scalar edge block, which both twins share,
+// writes the last eight columns.
 #include <string.h>
 
 #include <string>
@@ -111,38 +112,5 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Upsample, testing::ValuesIn(kAll),
                          [](const testing::TestParamInfo<upsampler>& info) {
                              return info.param.name;
                          });
-
-// An odd width of 3: the vector core covers columns 0 .. 15 (w rounded down to 2), the wrapper's
-// scalar edge block columns 16 .. 23, which interpolate the border sample only vertically.
-TEST(UpsampleOddWidth, EdgeBlockCoversTheLastEightColumns) {
-    const std::vector<uint8_t> src = {10, 50, 90, 30, 70, 250};  // 3 x 2
-    struct kind {
-        int fy;
-        void (*core)(uint8_t*, const uint8_t*, int32_t, int32_t, int32_t);
-        void* (*wrapper)(void*);
-    };
-    for (const kind& k : {kind{8, upsample_uv420_neon, upsample_uv420},
-                          kind{16, upsample_uv_neon, upsample_uv422}}) {
-        const int rows = 2 * k.fy;
-        std::vector<uint8_t> core_only(24 * rows, 0xEE), full(24 * rows, 0xEE);
-        k.core(core_only.data(), src.data(), 3, 2, 2);
-        upsample_args rec = record(full.data(), src.data(), 3, 2);
-        k.wrapper(&rec);
-        for (int y = 0; y < rows; ++y) {
-            const int sy = y / k.fy, sy1 = sy + 1 < 2 ? sy + 1 : sy;
-            const int wb = (y % k.fy) * 16 / k.fy;
-            const int edge = ((16 - wb) * src[sy * 3 + 2] + wb * src[sy1 * 3 + 2]) >> 4;
-            for (int x = 0; x < 24; ++x) {
-                const uint8_t got = full[y * 24 + x];
-                if (x < 16) {
-                    ASSERT_EQ(got, core_only[y * 24 + x]) << k.fy << " row " << y << " x " << x;
-                } else {
-                    ASSERT_EQ(core_only[y * 24 + x], 0xEE) << k.fy << ": core wrote column " << x;
-                    ASSERT_EQ(got, edge) << k.fy << " row " << y << " column " << x;
-                }
-            }
-        }
-    }
-}
 
 }  // namespace
