@@ -7,7 +7,7 @@
 #include "args.h"
 #include "color.h"
 #include "commands.h"
-#include "compare.h"
+#include "demo_figures.h"
 #include "denoiser.h"
 #include "errors.h"
 #include "files.h"
@@ -73,21 +73,48 @@ int cmd_demo(int argc, char** argv) {
     const scenario_result capture = run_scenario(scene.noisy, VTR_SCENARIO_CAPTURE);
     const scenario_result preview = run_scenario(scene.noisy, VTR_SCENARIO_PREVIEW);
 
-    const compare_side before = side_of(scene.noisy);
-    write_png(dir + "/clean.png", frame_to_picture(scene.clean));
-    write_png(dir + "/before.png", before.rgb);
-    const char* names[2] = {"capture", "preview"};
-    const scenario_result* results[2] = {&capture, &preview};
-    for (int i = 0; i < 2; ++i) {
-        const compare_side after = side_of(results[i]->out);
-        write_png(dir + "/after_" + names[i] + ".png", after.rgb);
-        write_png(dir + "/compare_" + names[i] + ".png",
-                  compose_comparison(before, after, heat_scale));
-    }
+    // A 1:1 crop of the blotchiest flat patch with its chroma contrast enlarged around the
+    // patch's mean before denoising shows what the full frames, at normal viewing, do not.
+    const rect patch = blotchiest_patch(scene);
+    double mean_u = 0, mean_v = 0;
+    mean_chroma(scene.noisy, patch, &mean_u, &mean_v);
+    const auto crop = [&](const char* label, const frame& f) {
+        return labelled_crop{label, amplified_crop(f, patch, mean_u, mean_v, crop_gain)};
+    };
+    const labelled_crop crop_before = crop("BEFORE", scene.noisy);
+    const labelled_crop crop_capture = crop("AFTER CAPTURE", capture.out);
+    const labelled_crop crop_preview = crop("AFTER PREVIEW", preview.out);
 
+    write_png(dir + "/clean.png", frame_to_picture(scene.clean));
+    write_png(dir + "/before.png", frame_to_picture(scene.noisy));
+    write_png(dir + "/after_capture.png", frame_to_picture(capture.out));
+    write_png(dir + "/after_preview.png", frame_to_picture(preview.out));
+    write_png(dir + "/blotches_x6.png",
+              crops_figure("FLAT PATCH 1:1, CHROMA CONTRAST X" + std::to_string(crop_gain) +
+                               " AROUND ITS MEAN",
+                           {crop_before, crop_capture, crop_preview}));
     const scene_metrics m0 = measure_scene(scene, scene.noisy);
     const scene_metrics m1 = measure_scene(scene, capture.out);
     const scene_metrics m2 = measure_scene(scene, preview.out);
+    const auto noise_line = [](const char* label, const scene_metrics& m) {
+        char line[64];
+        snprintf(line, sizeof line, "%-14s %5.2f %5.2f", label, m.noise_u, m.noise_v);
+        return std::string(line);
+    };
+    const std::string noise_title = "CHROMA NOISE, FLAT PATCHES:";
+    const std::string noise_head =
+        noise_line("STD DEV OF", scene_metrics()).substr(0, 15) + "    U     V";
+    write_png(dir + "/compare_capture.png",
+              demo_comparison(scene.noisy, capture.out, "AFTER CAPTURE", heat_scale, patch,
+                              {crop_before, crop_capture},
+                              {noise_title, noise_head, noise_line("BEFORE", m0),
+                               noise_line("AFTER CAPTURE", m1)}));
+    write_png(dir + "/compare_preview.png",
+              demo_comparison(scene.noisy, preview.out, "AFTER PREVIEW", heat_scale, patch,
+                              {crop_before, crop_preview},
+                              {noise_title, noise_head, noise_line("BEFORE", m0),
+                               noise_line("AFTER PREVIEW", m2)}));
+
     printf(
         "vantor demo: %dx%d NV21 synthetic scene, seed %d: low-frequency colour blotches "
         "(peak %.0f codes) and fine noise (sigma %.1f)\n\n",
@@ -105,7 +132,7 @@ int cmd_demo(int argc, char** argv) {
            preview.ms);
     printf(
         "\nwrote %s/: clean.png before.png after_capture.png after_preview.png "
-        "compare_capture.png compare_preview.png\n",
+        "blotches_x6.png compare_capture.png compare_preview.png\n",
         dir.c_str());
     return exit_ok;
 }

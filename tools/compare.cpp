@@ -101,7 +101,7 @@ void heat_colour(int d, int scale, int background, uint8_t rgb[3]) {
         rgb[k] = static_cast<uint8_t>(std::max(c[k], background));
 }
 
-picture compose_comparison(const compare_side& before, const compare_side& after, int scale) {
+picture heat_map(const compare_side& before, const compare_side& after, int scale) {
     const int w = before.rgb.width;
     const int h = before.rgb.height;
     if (after.rgb.width != w || after.rgb.height != h)
@@ -109,14 +109,10 @@ picture compose_comparison(const compare_side& before, const compare_side& after
              std::to_string(h) + " and " + std::to_string(after.rgb.width) + "x" +
              std::to_string(after.rgb.height));
     const std::vector<int> change = chroma_change(before.chroma, after.chroma);
-    picture out = make_picture(3 * w + 2 * panel_gap, h, 3);
-    memset(out.pixels.data(), 32, out.pixels.size());
+    picture out = make_picture(w, h, 3);
     const chroma_planes& c = before.chroma;
     for (int y = 0; y < h; ++y) {
-        uint8_t* row = out.row(y);
-        memcpy(row, before.rgb.row(y), static_cast<size_t>(w) * 3);
-        memcpy(row + 3 * (w + panel_gap), after.rgb.row(y), static_cast<size_t>(w) * 3);
-        uint8_t* heat = row + 3 * (2 * w + 2 * panel_gap);
+        uint8_t* heat = out.row(y);
         const uint8_t* src = before.rgb.row(y);
         const int cy = std::min(y / c.rows_per_sample, c.ch - 1);
         for (int x = 0; x < w; ++x) {
@@ -124,6 +120,22 @@ picture compose_comparison(const compare_side& before, const compare_side& after
             const int cx = std::min(x / 2, c.cw - 1);
             heat_colour(change[static_cast<size_t>(cy) * c.cw + cx], scale, luma / 4, heat + 3 * x);
         }
+    }
+    return out;
+}
+
+picture compose_comparison(const compare_side& before, const compare_side& after, int scale) {
+    const picture heat = heat_map(before, after, scale);
+    const int w = before.rgb.width;
+    const int h = before.rgb.height;
+    picture out = make_picture(3 * w + 2 * panel_gap, h, 3);
+    memset(out.pixels.data(), 32, out.pixels.size());
+    const size_t row_bytes = static_cast<size_t>(w) * 3;
+    for (int y = 0; y < h; ++y) {
+        uint8_t* row = out.row(y);
+        memcpy(row, before.rgb.row(y), row_bytes);
+        memcpy(row + 3 * (w + panel_gap), after.rgb.row(y), row_bytes);
+        memcpy(row + 3 * (2 * w + 2 * panel_gap), heat.row(y), row_bytes);
     }
     return out;
 }

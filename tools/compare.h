@@ -31,6 +31,10 @@ change_stats summarize_change(const std::vector<int>& change);
 // background grey level (the dimmed luma of the picture).
 void heat_colour(int d, int scale, int background, uint8_t rgb[3]);
 
+// The chroma change from `before` to `after` as colours over the dimmed luma of `before`, at
+// the pictures' size. Both sides must have the same size.
+picture heat_map(const compare_side& before, const compare_side& after, int scale);
+
 // Three panels, left to right: before, after, heat map of the chroma change over the dimmed
 // luma of `before`. Both sides must have the same size.
 picture compose_comparison(const compare_side& before, const compare_side& after, int scale);

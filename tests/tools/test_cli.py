@@ -509,14 +509,29 @@ class DemoTests(ToolTestCase):
         r = run(["demo", "--out", self.path("demo"), "-s", "448x256"])
         self.assertEqual(r.returncode, 0, r.stderr.decode())
         out = r.stdout.decode()
-        names = ["clean", "before", "after_capture", "after_preview", "compare_capture",
-                 "compare_preview"]
+        names = ["clean", "before", "after_capture", "after_preview", "blotches_x6",
+                 "compare_capture", "compare_preview"]
         self.assertEqual(sorted(os.listdir(self.path("demo"))),
                          sorted(n + ".png" for n in names))
         for n in names:
             w, h, pixels = decode_png(self.path("demo/%s.png" % n))
-            self.assertEqual((w, h), (3 * 448 + 16 if n.startswith("compare") else 448, 256))
+            if n.startswith("compare"):  # two panels wide, two rows with their labels
+                self.assertEqual(w, 2 * 448 + 24)
+                self.assertGreater(h, 2 * 256)
+            elif n != "blotches_x6":
+                self.assertEqual((w, h), (448, 256))
             self.assertGreater(pixels.std(), 10, n)
+        # Three crops side by side on the dark ground, under their labels: chroma spread six
+        # times (a colour difference of about 30 codes; 5 unamplified), and changed by capture.
+        px = decode_png(self.path("demo/blotches_x6.png"))[2].astype(int)
+        body = px[-18:-8]
+        columns = np.flatnonzero((body != 32).any(axis=(0, 2)))
+        runs = np.split(columns, np.flatnonzero(np.diff(columns) > 1) + 1)
+        self.assertEqual(len(runs), 3)
+        crops = [px[-8 - 30:-8, r[0]:r[-1] + 1] for r in runs]
+        self.assertGreater(np.std(crops[0][..., 2] - crops[0][..., 1]), 15)
+        self.assertFalse(np.array_equal(crops[0], crops[1]))
+        self.assertTrue((px[:int(len(px) * 0.3)] >= 230).any(), "no label")
         rows = {}
         for line in out.splitlines():
             m = re.match(r"(.+?)\s{2,}((?:[0-9.]+\s*){2,3})$", line)
