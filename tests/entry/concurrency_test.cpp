@@ -8,6 +8,7 @@
 #include <atomic>
 #include <deque>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -68,8 +69,9 @@ void stall_once(int32_t stage, const void*) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1300));
 }
 
-// The frame is reported late for the stalled stage; once vantor_wait_ready has returned no
-// byte of it changes any more, and the next frame on the same handle is right.
+// The frame is reported late for the stalled stage, with one time-out line naming it; once
+// vantor_wait_ready has returned no byte of it changes any more, and the next frame on the same
+// handle is right.
 TEST(Concurrency, StalledWorkerIsReportedAndQuietAfterWaitReady) {
 #if defined(__SANITIZE_THREAD__)
     // The frame goes on beside the late worker on purpose: a race by design.
@@ -78,10 +80,11 @@ TEST(Concurrency, StalledWorkerIsReportedAndQuietAfterWaitReady) {
     struct stall_case {
         int32_t stage;
         uint32_t format;
+        const char* name;  // in the stage wait's time-out line
     };
-    const stall_case cases[] = {{VTR_STAGE_DEINTERLEAVE, VTR_YUYV},
-                                {VTR_STAGE_YUV, VTR_NV21_M},
-                                {VTR_STAGE_INTERLEAVE, VTR_NV21}};
+    const stall_case cases[] = {{VTR_STAGE_DEINTERLEAVE, VTR_YUYV, "vantor_deinterleave"},
+                                {VTR_STAGE_YUV, VTR_NV21_M, "vantor_yuv"},
+                                {VTR_STAGE_INTERLEAVE, VTR_NV21, "vantor_interleave"}};
     vtr_work_hook = stall_once;
     for (const stall_case& c : cases) {
         SCOPED_TRACE(c.stage);
@@ -90,7 +93,12 @@ TEST(Concurrency, StalledWorkerIsReportedAndQuietAfterWaitReady) {
         ASSERT_EQ(vantor_wait_ready(h, 10000), 0);
         job stalled(kWidth, kHeight, c.format, VTR_SCENARIO_CAPTURE, 300 + c.stage, false);
         stall_stage = c.stage;
+        vtest::log_clear();
         EXPECT_NE(stalled.run(h), nullptr);
+        EXPECT_EQ(vtest::log_count(6, std::string("vantor_timedwait_signal: limited time(1000)ms, "
+                                                  "return(110), from ") +
+                                          c.name),
+                  1);
         const int32_t status = vantor_frame_status(h);
         EXPECT_NE(status & (VANTOR_FRAME_LATE_DEINTERLEAVE << c.stage), 0) << status;
         EXPECT_EQ(status & ~0xf, 0) << "late only, nothing refused: " << status;
