@@ -17,6 +17,7 @@
 #include "entry/handle.h"
 #include "support/frames.h"
 #include "support/log_capture.h"
+#include "frame_model.h"
 #include "test_hooks.h"
 #include "vantor.h"
 #include "vantor_ext.h"
@@ -38,19 +39,11 @@ std::string fmt(const char* format, const void* p) {
 const char* const kDeinitTimeout =
     "vantor_timedwait_signal: limited time(100)ms, return(110), from vantor_deinit";
 
-// An NV21 frame laid out as the library wants it: luma of aligned rows, then the V/U plane.
-struct nv21_frame {
-    nv21_frame(int32_t w, int32_t h, uint32_t seed)
-        : width(w), height(h), aligned((h + 15) & ~15), buf(w * aligned + w * ((h + 1) / 2)) {
-        vtest::rng r(seed);
-        for (size_t i = 0; i < buf.size(); ++i)
-            buf.data()[i] = r.byte();
-    }
+// An NV21 frame of random bytes as the library wants it laid out.
+struct nv21_frame : vtest::model_case {
+    nv21_frame(int32_t w, int32_t h, uint32_t seed) : model_case(w, h, VTR_NV21, 0, seed, false) {}
     uintptr_t y() { return reinterpret_cast<uintptr_t>(buf.data()); }
-    uintptr_t vu() { return reinterpret_cast<uintptr_t>(buf.data() + width * aligned); }
-    std::vector<uint8_t> bytes() const { return {buf.data(), buf.data() + buf.size()}; }
-    int32_t width, height, aligned;
-    vtest::guarded buf;
+    uintptr_t vu() { return reinterpret_cast<uintptr_t>(buf.data() + model_case::vu); }
 };
 
 class Entry : public ::testing::Test {

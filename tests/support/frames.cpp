@@ -69,34 +69,16 @@ void fill_plane(uint8_t* p, int width, int height, int stride, pattern kind, rng
     for (int y = 0; y < height; ++y) {
         uint8_t* row = p + static_cast<size_t>(y) * stride;
         for (int x = 0; x < width; ++x) {
-            int v = 0;
-            switch (kind) {
-                case pattern::random:
-                    v = r.range(low, low + 14);
-                    break;  // mild local noise
-                case pattern::flat:
-                    v = base;
-                    break;
-                case pattern::ramp:
-                    v = (base + x + y) & 255;
-                    break;
-                case pattern::step12:
-                case pattern::step13:
-                case pattern::step14:
-                    v = ((vertical ? y * width / (height ? height : 1) : x) < edge_x) ? low
-                                                                                      : low + step;
-                    break;
-                case pattern::impulse:
-                    v = (x == imp_x && y == imp_y) ? 255 - (base & 1) * 255 : base & 1 ? 255 : 0;
-                    break;
-                case pattern::noise_full:
-                    v = r.byte();
-                    break;
-                case pattern::extremes:
-                    v = (r.next() & 1) ? 255 : 0;
-                    break;
-            }
-            row[x] = static_cast<uint8_t>(v);
+            const bool left = (vertical ? y * width / (height ? height : 1) : x) < edge_x;
+            const bool at_impulse = x == imp_x && y == imp_y;
+            row[x] = static_cast<uint8_t>(
+                kind == pattern::random       ? r.range(low, low + 14)  // mild local noise
+                : kind == pattern::flat       ? base
+                : kind == pattern::ramp       ? (base + x + y) & 255
+                : kind == pattern::impulse    ? (at_impulse != ((base & 1) != 0) ? 255 : 0)
+                : kind == pattern::noise_full ? r.byte()
+                : kind == pattern::extremes   ? ((r.next() & 1) ? 255 : 0)
+                                              : (left ? low : low + step));  // the steps
         }
     }
 }
