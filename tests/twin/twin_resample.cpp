@@ -368,15 +368,6 @@ void restore_yuv420_bench(twin::bench_timer& timer) {
     });
 }
 
-void restore_uv420_bench(twin::bench_timer& timer) {
-    bench_planes p;
-    timer.pair("1080p (VU plane)", p.luma / 2, [&](bool v) {
-        (v ? restore_interleave_uv420_neon : restore_interleave_uv420_c)(
-            nullptr, p.vu.data(), nullptr, nullptr, p.up1.data(), p.up2.data(), kBenchW, kBenchH,
-            12, p.vu.data());
-    });
-}
-
 template <restore422_fn Scalar, restore422_fn Vector>
 void restore_422_bench(twin::bench_timer& timer) {
     bench_planes p;
@@ -386,9 +377,9 @@ void restore_422_bench(twin::bench_timer& timer) {
     });
 }
 
-// The sweep's bench: the blend alone with the preview value S = 4, on chroma whose distances
-// from the upsampled plane vary from pair to pair.
-void restore_divide_bench(twin::bench_timer& timer) {
+// The blend alone with the preview value S = 4, on chroma whose distances from the upsampled
+// plane vary from pair to pair.
+void restore_uv420_bench(twin::bench_timer& timer) {
     bench_planes p;
     const size_t pairs = p.luma / 4;
     for (size_t i = 0; i < pairs; ++i) {
@@ -431,7 +422,7 @@ const twin::twin_case kCases[] = {
     {"restore_interleave_uv422",
      restore_422_trial<restore_interleave_uv422_c, restore_interleave_uv422_neon>,
      restore_422_bench<restore_interleave_uv422_c, restore_interleave_uv422_neon>},
-    {"restore_blend_divide_sweep", restore_divide_sweep_trial, restore_divide_bench},
+    {"restore_blend_divide_sweep", restore_divide_sweep_trial, nullptr},
 };
 
 const twin::registrar reg(kCases);
