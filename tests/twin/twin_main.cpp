@@ -1,12 +1,17 @@
 // Runs every registered twin case for a number of seeded random trials, or times them.
 //   vantor_twins [--seed N] [--trials N] [--filter SUBSTRING] [--bench]
-// Built with VANTOR_TWIN_NO_MAIN, the cases serve the fuzz target instead.
+//   vantor_twins --replay FILE_OR_DIR...     (the fuzz target on its corpus)
+// Built with VANTOR_TWIN_NO_MAIN, the cases serve the libFuzzer build of the fuzz target.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <vector>
 
 #include "twin/twin.h"
@@ -107,6 +112,38 @@ void bench_timer::pair(const std::string& label, double bytes, const std::functi
 }  // namespace twin
 
 #ifndef VANTOR_TWIN_NO_MAIN
+// The fuzz target (fuzz/fuzz_vantor.cpp), run once on every file under the given directories or
+// on the given files: the seed corpus and the reproducers kept there become a regression test of
+// every build, the emulated Arm ones included. An input that finds something aborts, its file
+// named first.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+int replay(int argc, char** argv) {
+    namespace fs = std::filesystem;
+    std::vector<std::string> files;
+    for (int i = 0; i < argc; ++i) {
+        if (!fs::exists(argv[i])) {
+            fprintf(stderr, "replay: no such file or directory: %s\n", argv[i]);
+            return 2;
+        }
+        if (!fs::is_directory(argv[i]))
+            files.push_back(argv[i]);
+        for (const auto& e :
+             fs::is_directory(argv[i]) ? fs::directory_iterator(argv[i]) : fs::directory_iterator())
+            files.push_back(e.path().string());
+    }
+    std::sort(files.begin(), files.end());
+    for (const auto& f : files) {
+        std::ifstream in(f, std::ios::binary);
+        const std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
+                                        std::istreambuf_iterator<char>());
+        fprintf(stderr, "replay: %s\n", f.c_str());
+        LLVMFuzzerTestOneInput(data.data(), data.size());
+    }
+    printf("replay: %zu inputs ran without a finding\n", files.size());
+    return files.empty() ? 1 : 0;
+}
+
 int main(int argc, char** argv) {
     uint64_t seed = 0;
     int trials = 200;
@@ -121,9 +158,13 @@ int main(int argc, char** argv) {
             filter = argv[++i];
         } else if (!strcmp(argv[i], "--bench")) {
             bench = true;
+        } else if (!strcmp(argv[i], "--replay")) {
+            return replay(argc - i - 1, argv + i + 1);
         } else {
-            fprintf(stderr, "usage: %s [--seed N] [--trials N] [--filter SUBSTRING] [--bench]\n",
-                    argv[0]);
+            fprintf(stderr,
+                    "usage: %s [--seed N] [--trials N] [--filter SUBSTRING] [--bench]\n"
+                    "       %s --replay FILE_OR_DIR...\n",
+                    argv[0], argv[0]);
             return 2;
         }
     }
