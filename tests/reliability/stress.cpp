@@ -11,7 +11,8 @@
 // bytes through its allocation hooks), the process heap is back where it was (exact under a
 // sanitizer, or with the allocator's thread cache off), LeakSanitizer finds nothing and no
 // time-out, refusal or other error line was logged. Nothing here allocates while the library
-// runs.
+// runs, and vantor_run itself must not allocate or free (counted through the wrapped C
+// library functions).
 //
 // overload (default 60 s, four handles at 1920x1080; handle i takes format i mod 4 and scenario
 // (i / 2) mod 2): each handle on a thread of its own, frames back to back on a machine with fewer
@@ -109,6 +110,11 @@ std::set<pid_t> baseline_threads() {
 
 // ---- soak ------------------------------------------------------------------------------------
 
+// Every allocation and free of the program while `counting` is set (the program is linked with
+// malloc, calloc, realloc and free wrapped): the soak's frames must make none.
+std::atomic<bool> counting{false};
+std::atomic<long> counted{0};
+
 // The library's own blocks, counted without allocating.
 std::atomic<long> lib_blocks{0}, lib_freed{0};
 std::atomic<long long> lib_live_bytes{0};
@@ -139,9 +145,11 @@ size_t live_heap_bytes() {
 #endif
 }
 
-// A frame equal to the model; prints why not.
+// A frame equal to the model, run without an allocation; prints why not.
 bool checked(void* h, frame& f, long n) {
+    counting = true;
     const int32_t status = f.status(h);
+    counting = false;
     const std::string m = f.mismatch();
     if (status == VANTOR_FRAME_OK && m.empty())
         return true;
@@ -174,6 +182,15 @@ bool soak(long frames, long cycles, int32_t w, int32_t h) {
     }
     vtr_alloc_hook = counting_alloc;
     vtr_free_hook = counting_free;
+    // The counting must see the library's own allocations.
+    counting = true;
+    vantor_deinit(vantor_init(w, h, VTR_SCENARIO_PREVIEW));
+    counting = false;
+    if (counted < 12) {
+        printf("soak: the wrapped allocation functions do not reach the library\n");
+        return false;
+    }
+    counted = 0;
     // One cycle first: the C library keeps some thread stacks for reuse, and the baseline is
     // taken with that cache filled.
     const std::set<pid_t> threads_before = baseline_threads();
@@ -216,10 +233,11 @@ bool soak(long frames, long cycles, int32_t w, int32_t h) {
     printf("soak: process heap %zu bytes before, %zu after%s%s\n", heap_before, heap_after,
            exact ? "" : " (not compared: the allocator's thread cache is on)",
            leaks ? "; LeakSanitizer found leaks" : "");
-    return ok && threads_left == 0 && lib_freed == lib_blocks && lib_live_bytes == 0 &&
-           (!exact || heap_after == heap_before) && !leaks && logged(stage_timeout) == 0 &&
-           logged(deinit_timeout) == 0 && logged(lock_timeout) == 0 && logged(refusal) == 0 &&
-           logged(other) == 0;
+    printf("soak: allocations and frees while frames ran %ld\n", counted.load());
+    return ok && counted == 0 && threads_left == 0 && lib_freed == lib_blocks &&
+           lib_live_bytes == 0 && (!exact || heap_after == heap_before) && !leaks &&
+           logged(stage_timeout) == 0 && logged(deinit_timeout) == 0 && logged(lock_timeout) == 0 &&
+           logged(refusal) == 0 && logged(other) == 0;
 }
 
 // ---- overload --------------------------------------------------------------------------------
@@ -332,6 +350,29 @@ bool overload(double seconds, int handles, int32_t w, int32_t h) {
 }
 
 }  // namespace
+
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t n, size_t size);
+void* __real_realloc(void* p, size_t size);
+void __real_free(void* p);
+void* __wrap_malloc(size_t size) {
+    counted += counting;
+    return __real_malloc(size);
+}
+void* __wrap_calloc(size_t n, size_t size) {
+    counted += counting;
+    return __real_calloc(n, size);
+}
+void* __wrap_realloc(void* p, size_t size) {
+    counted += counting;
+    return __real_realloc(p, size);
+}
+void __wrap_free(void* p) {
+    counted += counting;
+    __real_free(p);
+}
+}
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
     char text[512];
