@@ -29,6 +29,13 @@ std::vector<log_line> log_lines() {
     return lines();
 }
 
+log_rows log_table() {
+    log_rows rows;
+    for (const log_line& l : log_lines())
+        rows.emplace_back(l.prio, l.text);
+    return rows;
+}
+
 void log_clear() {
     std::lock_guard<std::mutex> g(lock());
     lines().clear();
@@ -51,7 +58,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     vsnprintf(buf, sizeof buf, fmt, ap);
     va_end(ap);
     std::lock_guard<std::mutex> g(vtest::lock());
-    vtest::lines().push_back({prio, tag, buf});
+    vtest::lines().push_back({prio, buf});
     if (vtest::echo())
         fprintf(stderr, "[log %d %s] %s\n", prio, tag, buf);
     return 0;

@@ -5,17 +5,20 @@
 #define VANTOR_TESTS_LOG_CAPTURE_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vtest {
 
 struct log_line {
     int prio;
-    std::string tag;
     std::string text;
 };
+using log_rows = std::vector<std::pair<int, std::string>>;
 
 std::vector<log_line> log_lines();
+// The captured lines as (priority, text), to compare the whole log with a table.
+log_rows log_table();
 void log_clear();
 // Number of captured lines with this priority and exactly this text.
 int log_count(int prio, const std::string& text);
