@@ -140,36 +140,6 @@ TEST(Deadline, AddsMillisecondsWithTheStrictCarry) {
     }
 }
 
-struct fixed_clock {
-    static long nsec;
-    static int read(clockid_t, struct timespec* now) {
-        struct timespec real;
-        clock_gettime(CLOCK_REALTIME, &real);
-        now->tv_sec = real.tv_sec;
-        now->tv_nsec = nsec;
-        return 0;
-    }
-};
-long fixed_clock::nsec = 0;
-
-TEST(Deadline, UncarriedSecondIsPassedOnAndRejectedByTheWait) {
-    vtest::log_clear();
-    fixed_clock::nsec = 999000000;
-    vtr_clock_hook = fixed_clock::read;
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
-    pthread_mutex_lock(&mutex);
-    const auto start = clock_type::now();
-    vantor_timedwait_signal(&cond, &mutex, 1, "caller_name");
-    pthread_mutex_unlock(&mutex);
-    vtr_clock_hook = clock_gettime;
-    EXPECT_LT(ms_since(start), 500.0);
-    EXPECT_EQ(vtest::log_count(6,
-                               "vantor_timedwait_signal: limited time(1)ms, return(22), from "
-                               "caller_name"),
-              1);
-}
-
 // ---- affinity ------------------------------------------------------------------------------
 
 TEST(Affinity, PinsOnlyTheCallingThreadAndRefusesAnEmptyMask) {

@@ -100,7 +100,7 @@ bool span3_plane_trial(twin::context& ctx) {
 // The general entry against the scalar method with the general table, any spans; spans (3, 3)
 // must take the 7x7 path.
 bool general_trial(twin::context& ctx) {
-    const int height = ctx.r.range(0, 24), width = ctx.r.range(0, 24);
+    const int height = ctx.r.range(-1, 24), width = ctx.r.range(-1, 24);
     const int sy = ctx.r.range(-1, 5), sx = ctx.r.range(-1, 5);
     const int32_t* table = sy == 3 && sx == 3 ? range_weight_span3 : range_weight_general;
     const std::string what = "spans " + std::to_string(sy) + "," + std::to_string(sx);
