@@ -34,10 +34,6 @@ const kernels kKinds[] = {
      deinterleave_uv422_uv_downsample_c},
 };
 
-void PrintTo(const kernels& k, std::ostream* os) {
-    *os << k.name;
-}
-
 // A byte that differs between nearby positions, so a sample taken from the wrong place shows.
 uint8_t mark(size_t i) {
     return static_cast<uint8_t>((i * 2654435761u) >> 13);
@@ -207,10 +203,6 @@ const upsampler kAll[] = {
     {"y_c", 16, 16, upsample_y_c},
 };
 
-void PrintTo(const upsampler& u, std::ostream* os) {
-    *os << u.name;
-}
-
 // Destination of an upsampler for a w x h source, prefilled so that unwritten samples show.
 std::vector<uint8_t> upsample(const upsampler& u, const std::vector<uint8_t>& src, int w, int h) {
     std::vector<uint8_t> dst(static_cast<size_t>(u.fx) * w * u.fy * (h > 0 ? h : 1), 0xEE);
@@ -324,10 +316,6 @@ std::vector<uint8_t> blend(kernel k, bool vector, const blend_case& b) {
     return out;
 }
 
-void PrintTo(const blend_case& b, std::ostream* os) {
-    *os << b.name;
-}
-
 class Blend : public testing::TestWithParam<std::tuple<kernel, bool, blend_case>> {};
 
 TEST_P(Blend, PairComesOutAsWorkedByHand) {
@@ -415,10 +403,6 @@ const luma_case kLuma[] = {
     {"packed_three_above", true, 0, 90, 93, 128, 90},
     {"packed_five_above", true, 0, 90, 95, 128, 90},
 };
-
-void PrintTo(const luma_case& c, std::ostream* os) {
-    *os << c.name;
-}
 
 // Runs one row of 16 pixels (width 16); returns the 16 output luma values.
 std::vector<uint8_t> run_luma(const luma_case& c, bool vector) {
