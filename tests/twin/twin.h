@@ -69,16 +69,10 @@ bool twins(context& ctx, const std::string& what, const std::vector<size_t>& siz
 class bench_timer {
   public:
     std::string name;  // of the case being timed, printed before each label
-    // Times the scalar and the vector form of one workload and prints both rates and the
-    // speed-up. `bytes` is the amount of plane data one call processes.
-    void pair(const std::string& label, double bytes, const std::function<void()>& scalar,
-              const std::function<void()>& vector);
-    // The same with one call that runs the scalar twin for call(false), the vector for true.
-    template <typename Call>
-    void pair(const std::string& label, double bytes, Call call) {
-        pair(
-            label, bytes, [&] { call(false); }, [&] { call(true); });
-    }
+    // Times the scalar form of one workload, call(false), and the vector form, call(true), and
+    // prints both rates, the speed-up and the rate of a copy of as many bytes. `bytes` is the
+    // amount of plane data one call processes.
+    void pair(const std::string& label, double bytes, const std::function<void(bool)>& call);
 };
 
 struct twin_case {

@@ -81,8 +81,8 @@ bool same_outputs(context& ctx, const std::string& what,
     return true;
 }
 
-void bench_timer::pair(const std::string& label, double bytes, const std::function<void()>& scalar,
-                       const std::function<void()>& vector) {
+void bench_timer::pair(const std::string& label, double bytes,
+                       const std::function<void(bool)>& call) {
     auto best_ns = [](const std::function<void()>& f) {
         using clock = std::chrono::steady_clock;
         f();  // warm caches and pages
@@ -98,11 +98,9 @@ void bench_timer::pair(const std::string& label, double bytes, const std::functi
         }
         return best;
     };
-    // A copy of as many bytes as the call processes: how close the vector form comes to the
-    // memory bandwidth.
     std::vector<uint8_t> from(static_cast<size_t>(bytes), 1), to(from.size());
-    const double c = best_ns(scalar);
-    const double v = best_ns(vector);
+    const double c = best_ns([&] { call(false); });
+    const double v = best_ns([&] { call(true); });
     const double m = best_ns([&] { memcpy(to.data(), from.data(), from.size()); });
     printf("%-56s scalar %8.1f MB/s  vector %8.1f MB/s  speed-up %5.2fx  memcpy %8.1f MB/s\n",
            (name + " " + label).c_str(), bytes / c * 1e3, bytes / v * 1e3, c / v, bytes / m * 1e3);
