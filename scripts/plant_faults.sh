@@ -37,7 +37,7 @@ box.neon_short	src/filters/box_filter_neon.cpp	step(b, r0, row(-VTR_BOX_REACH), 
 box.neon_high	src/filters/box_filter_neon.cpp	vqsubq_u8(vqaddq_u8(vdupq_n_u8(128), up), down)	vqsubq_u8(vqaddq_u8(vdupq_n_u8(127), up), down)
 bil.table	src/filters/bilateral.cpp	{64, 62, 57, 50, 41, 33,	{64, 62, 57, 50, 40, 33,
 bil.start_weight	src/filters/bilateral.cpp	uint32_t weight_sum = 1;	uint32_t weight_sum = 0;
-bil.mirror	src/filters/bilateral.cpp	return static_cast<int32_t>(i < n ? i : period - i);	return static_cast<int32_t>(i < n - 1 ? i : period - i);
+bil.mirror	src/filters/bilateral.cpp	i = (i < 0 ? -i : i) % period;	i = (i < 0 ? -i - 1 : i) % period;
 bil.neon_poly	src/filters/bilateral_neon.cpp	vdupq_n_s16(-298)	vdupq_n_s16(-297)
 bil.vector_min	src/filters/bilateral.cpp	vector_min(d, 13, n);	vector_min(d, 12, n);
 deint.c420	src/resample/deinterleave.cpp	second_out[out_offset + b / 16] = in[b + 1];	second_out[out_offset + b / 16] = in[b + 3];
