@@ -158,55 +158,40 @@ TEST(SharedPaths, StripWrappersAndDecimationFollowTheirDefinition) {
     }
 }
 
-upsample_args record(uint8_t* dst, const uint8_t* src, int w, int h) {
-    upsample_args rec{};
-    rec.width = w;
-    rec.height = h;
-    rec.chroma_src = rec.luma_src = src;
-    rec.chroma_dst = rec.luma_dst = dst;
-    return rec;
-}
-
-// One upsampler seen the same way whatever its kind: source w x h in, destination out.
+// One upsampler seen the same way whatever its kind: source w x h in, destination out. The
+// vector forms are the entry points (which must hand back their record), the scalar forms the
+// chroma wrappers with the scalar core, or the luma core itself.
 struct upsampler {
     const char* name;
     int fx, fy;  // destination samples per source sample, across and down
-    void (*run)(uint8_t* dst, const uint8_t* src, int w, int h);
+    void* (*entry)(void*);
+    void (*with)(const upsample_args*, upsample_core);
+    upsample_core core;
 };
 
 const upsampler kAll[] = {
-    {"uv420_neon", 8, 8,
-     [](uint8_t* d, const uint8_t* s, int w, int h) {
-         upsample_args rec = record(d, s, w, h);
-         EXPECT_EQ(upsample_uv420(&rec), &rec);
-     }},
-    {"uv420_c", 8, 8,
-     [](uint8_t* d, const uint8_t* s, int w, int h) {
-         upsample_args rec = record(d, s, w, h);
-         upsample_uv420_with(&rec, upsample_uv420_c);
-     }},
-    {"uv422_neon", 8, 16,
-     [](uint8_t* d, const uint8_t* s, int w, int h) {
-         upsample_args rec = record(d, s, w, h);
-         EXPECT_EQ(upsample_uv422(&rec), &rec);
-     }},
-    {"uv422_c", 8, 16,
-     [](uint8_t* d, const uint8_t* s, int w, int h) {
-         upsample_args rec = record(d, s, w, h);
-         upsample_uv422_with(&rec, upsample_uv_c);
-     }},
-    {"y_neon", 16, 16,
-     [](uint8_t* d, const uint8_t* s, int w, int h) {
-         upsample_args rec = record(d, s, w, h);
-         EXPECT_EQ(upsample_y(&rec), &rec);
-     }},
-    {"y_c", 16, 16, upsample_y_c},
+    {"uv420_neon", 8, 8, upsample_uv420, nullptr, nullptr},
+    {"uv420_c", 8, 8, nullptr, upsample_uv420_with, upsample_uv420_c},
+    {"uv422_neon", 8, 16, upsample_uv422, nullptr, nullptr},
+    {"uv422_c", 8, 16, nullptr, upsample_uv422_with, upsample_uv_c},
+    {"y_neon", 16, 16, upsample_y, nullptr, nullptr},
+    {"y_c", 16, 16, nullptr, nullptr, nullptr},
 };
 
 // Destination of an upsampler for a w x h source, prefilled so that unwritten samples show.
 std::vector<uint8_t> upsample(const upsampler& u, const std::vector<uint8_t>& src, int w, int h) {
     std::vector<uint8_t> dst(static_cast<size_t>(u.fx) * w * u.fy * (h > 0 ? h : 1), 0xEE);
-    u.run(dst.data(), src.data(), w, h);
+    upsample_args rec{};
+    rec.width = w;
+    rec.height = h;
+    rec.chroma_src = rec.luma_src = src.data();
+    rec.chroma_dst = rec.luma_dst = dst.data();
+    if (u.entry)
+        EXPECT_EQ(u.entry(&rec), &rec) << u.name;
+    else if (u.with)
+        u.with(&rec, u.core);
+    else
+        upsample_y_c(dst.data(), src.data(), w, h);
     return dst;
 }
 
