@@ -107,7 +107,6 @@ TEST(TimedLock, HeldMutexTimesOutAndReleasesTheForeignLock) {
         std::this_thread::yield();
     const auto start = clock_type::now();
     EXPECT_EQ(vantor_timedlock(&mutex, 200, "caller_name"), ETIMEDOUT);
-    EXPECT_EQ(ETIMEDOUT, 110);
     EXPECT_GE(ms_since(start), 190.0);
     EXPECT_EQ(vtest::log_count(6, "caller_name, mutex lock time out(200 ms)"), 1);
     // The holder has not let go, yet the mutex is free now.

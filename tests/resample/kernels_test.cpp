@@ -34,15 +34,11 @@ const kernels kKinds[] = {
      deinterleave_uv422_uv_downsample_c},
 };
 
-// A byte that differs between nearby positions, so a sample taken from the wrong place shows.
-uint8_t mark(size_t i) {
-    return static_cast<uint8_t>((i * 2654435761u) >> 13);
-}
-
+// Bytes that differ between nearby positions, so a sample taken from the wrong place shows.
 std::vector<uint8_t> marked(size_t n) {
     std::vector<uint8_t> v(n);
     for (size_t i = 0; i < n; ++i)
-        v[i] = mark(i);
+        v[i] = static_cast<uint8_t>((i * 2654435761u) >> 13);
     return v;
 }
 
