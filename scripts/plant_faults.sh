@@ -2,6 +2,7 @@
 # Plants known faults one at a time and tells which ones the host test suite catches.
 #   scripts/plant_faults.sh [ID-REGEX]     (default: every fault of the table)
 #   VANTOR_FAULT_REV=COMMIT                (default HEAD: the tree and tests to measure)
+#   VANTOR_FAULT_TESTS=REGEX               (only the tests ctest -R selects: which ones catch it)
 #
 # Works on a private copy of the committed tree ($VANTOR_BUILD_ROOT/tree, default
 # build-faults/tree), so the checkout others work in is never changed: each fault replaces one
@@ -24,7 +25,10 @@ rm -rf "$root/head"
 cmake -S "$tree" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVANTOR_BENCH=OFF \
       -DVANTOR_TWIN_TRIALS=100 >/dev/null || exit 1
 cmake --build "$build" -j2 >"$root/build.log" 2>&1 || { echo "clean build fails" >&2; exit 1; }
-suite() { ctest --test-dir "$build" --stop-on-failure -j2 --timeout 300 >"$root/ctest.log" 2>&1; }
+suite() {
+  ctest --test-dir "$build" --stop-on-failure -j2 --timeout 300 ${VANTOR_FAULT_TESTS:+-R "$VANTOR_FAULT_TESTS"} \
+    >"$root/ctest.log" 2>&1
+}
 start=$(date +%s)
 suite || { echo "the suite fails without a fault: see $root/ctest.log" >&2; exit 1; }
 echo "clean suite passes in $(($(date +%s) - start)) s"
