@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "entry/frame_model.h"
+#include "support/frame_model.h"
 #include "entry/handle.h"
 #include "support/frames.h"
 #include "support/log_capture.h"

@@ -17,7 +17,7 @@
 #include "entry/handle.h"
 #include "support/frames.h"
 #include "support/log_capture.h"
-#include "frame_model.h"
+#include "support/frame_model.h"
 #include "test_hooks.h"
 #include "vantor.h"
 #include "vantor_ext.h"

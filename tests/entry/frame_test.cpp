@@ -23,7 +23,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame_model.h"
+#include "support/frame_model.h"
 #include "pipeline/workers.h"
 #include "support/frames.h"
 #include "support/log_capture.h"

@@ -34,7 +34,7 @@
 #include <thread>
 #include <vector>
 
-#include "entry/frame_model.h"
+#include "support/frame_model.h"
 #include "entry/test_hooks.h"
 #include "platform/hooks.h"
 #include "support/frames.h"

@@ -1,4 +1,4 @@
-#include "frame_model.h"
+#include "support/frame_model.h"
 
 #include <string.h>
 
