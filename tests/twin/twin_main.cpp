@@ -55,7 +55,8 @@ input::input(int width, int height, vtest::rng& r, int stride, int kind)
                   : 1),
       pattern(vtest::all_patterns[kind < 0 ? r.range(0, 8) : kind]) {
     memset(data(), 0, size());
-    vtest::fill_plane(data(), width, height, stride ? stride : width, pattern, r);
+    if (width > 0 && height > 0)
+        vtest::fill_plane(data(), width, height, stride ? stride : width, pattern, r);
 }
 
 std::string input::label(int width, int height) const {
