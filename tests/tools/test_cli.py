@@ -1,7 +1,7 @@
 """The vantor tool used as a person would: FFmpeg pipes, files, pictures, bad input.
 
-Needs VANTOR_TOOL (the built tool), VANTOR_LIBRARY (the built shared library) and the Python
-module on PYTHONPATH; CTest sets all three.
+Needs VANTOR_TOOL (the built tool) and VANTOR_LIBRARY (the built shared library); CTest sets
+both.
 """
 
 import os
@@ -16,8 +16,6 @@ import unittest
 import zlib
 
 import numpy as np
-
-import vantor
 
 TOOL = os.environ.get("VANTOR_TOOL", "vantor")
 STALL_SHIM = os.environ.get("VANTOR_STALL_SHIM")
@@ -56,14 +54,6 @@ def decode_png(path):
     pix = "rgba" if channels == 4 else "rgb24"
     data = ffmpeg(["-i", path, "-f", "rawvideo", "-pix_fmt", pix, "-"])
     return w, h, np.frombuffer(data, np.uint8).reshape(h, w, channels)
-
-
-def frames_of(data, width, height, fmt):
-    size = width * height * 3 // 2 if fmt in ("nv21", "nm21") else width * height * 2
-    assert len(data) % size == 0
-    shape = (height * 3 // 2, width) if fmt in ("nv21", "nm21") else (height, 2 * width)
-    return [np.frombuffer(data[i:i + size], np.uint8).reshape(shape)
-            for i in range(0, len(data), size)]
 
 
 def planes(data, width, height, fmt):
@@ -252,48 +242,8 @@ class BadInputTests(ToolTestCase):
 
 
 class PipeTests(ToolTestCase):
-    """FFmpeg in, vantor denoise - -, FFmpeg out: the frames equal direct library calls."""
-
-    def check_pipe(self, width, height, pix_fmt, fmt, scenario):
-        source = test_source(width, height, 4, pix_fmt)
-        size = "%dx%d" % (width, height)
-        ff_in = subprocess.Popen(
-            ["ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-s",
-             size, "-i", "-", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-"],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        tool = subprocess.Popen([TOOL, "denoise", "-s", size, "--format", fmt, "--scenario",
-                                 scenario, "-", "-"], stdin=ff_in.stdout, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE)
-        ff_out = subprocess.Popen(
-            ["ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-s",
-             size, "-i", "-", "-f", "rawvideo", "-pix_fmt", pix_fmt, "-y", self.path("out.raw")],
-            stdin=tool.stdout)
-        ff_in.stdout.close()
-        tool.stdout.close()
-        ff_in.communicate(source)
-        tool_err = tool.stderr.read().decode()
-        tool.wait(timeout=60)
-        ff_out.wait(timeout=60)
-        self.assertEqual(tool.returncode, 0, tool_err)
-        self.assertEqual(ff_out.returncode, 0)
-        self.assertRegex(tool_err, r"^vantor: 4 %s %s frames, %s: [0-9.]+ ms per frame"
-                         % (size, fmt.upper().replace("YUYV422", "YUYV"), scenario))
-
-        got = frames_of(self.read("out.raw"), width, height, fmt if fmt != "yuyv422" else "yuyv")
-        inputs = frames_of(source, width, height, fmt if fmt != "yuyv422" else "yuyv")
-        self.assertEqual(len(got), 4)
-        for i, (frame, out) in enumerate(zip(inputs, got)):
-            expected = vantor.denoise(frame, fmt, scenario)
-            np.testing.assert_array_equal(out, expected, "frame %d" % i)
-            # The blotches were there to be removed: the frame did change.
-            self.assertGreater(np.count_nonzero(out != frame), out.size // 100, "frame %d" % i)
-
-    def test_nv21_height_not_multiple_of_16(self):
-        self.check_pipe(352, 200, "nv21", "nv21", "capture")
-
-    def test_yuyv422_preview(self):
-        self.check_pipe(256, 144, "yuyv422", "yuyv422", "preview")
-
+    """FFmpeg in, vantor denoise - -, FFmpeg out. That the tool's frames equal the library's own
+    is shown by the Python package's test, which runs both."""
 
     def test_ffmpeg_yuv4mpegpipe(self):
         # The README's pipe: FFmpeg decodes to YUV4MPEG2, vantor denoises, FFmpeg encodes.
@@ -333,7 +283,7 @@ class FormatTests(ToolTestCase):
             denoised[fmt] = self.read("out." + fmt)
             self.assertNotEqual(denoised[fmt], data)
         cases = [  # layout, made from, tool arguments, y4m header and FRAME line (or None)
-            ("nv12", "nv21", size + ["--format", "nv12", "in", "out"], None),
+            ("nv12", "nv21", size + ["--format", "nv12", "-", "-"], None),
             ("i420", "nv21", size + ["-pix_fmt", "yuv420p", "in", "out"], None),
             ("i420", "nv21", ["in.y4m", "out.y4m"],
              (b"YUV4MPEG2 W256 H144 F30000:1001 Ip A1:1 C420jpeg XYSCSS=420JPEG", b"FRAME Ip XA=1")),
@@ -347,7 +297,7 @@ class FormatTests(ToolTestCase):
                     frame = len(data) // 2
                     data = y4m[0] + b"\n" + b"".join(y4m[1] + b"\n" + data[i:i + frame]
                                                      for i in (0, frame))
-                stdin = data if args[0] == "-" else None
+                stdin = data if args[-2] == "-" else None
                 if not stdin:
                     self.write(args[-2], data)
                 r = run(["denoise", "-q"] + args, input_bytes=stdin, cwd=self.dir)
@@ -538,9 +488,7 @@ class DemoTests(ToolTestCase):
             if m:
                 rows[m.group(1).strip()] = [float(v) for v in m.group(2).split()]
         noise = rows["chroma noise in flat patches, U std dev"]
-        self.assertEqual(len(noise), 3, out)
         self.assertLess(noise[1], noise[0], "capture did not reduce the chroma noise")
-        self.assertEqual(len(rows["ms per frame (median of 9 runs)"]), 2, out)
 
 
 class BenchTests(ToolTestCase):
