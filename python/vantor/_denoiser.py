@@ -153,9 +153,6 @@ class Denoiser:
     def _allocate(self) -> None:
         w, h = self.width, self.height
         h16 = (h + 15) // 16 * 16
-        frame_bytes = w * h * 3 // 2 if _is_420(self.format) else 2 * w * h
-        # The input of the frame in flight, from which a failed frame is run again.
-        self._saved = np.empty(frame_bytes, np.uint8)
         if _is_420(self.format):
             # The Y plane has room for the rows the library adds up to a multiple of 16; for
             # NV21 the V/U plane follows it, and the library moves it up to row `height` at the
@@ -170,14 +167,15 @@ class Denoiser:
         else:
             self._block = np.zeros(2 * w * h, np.uint8)
 
-    def _load(self) -> Tuple[int, int]:
-        """Copies the saved input into the planes; returns the two plane addresses."""
+    def _load(self, frame: np.ndarray) -> Tuple[int, int]:
+        """Copies the input (never written, so it also serves a retry) into the planes; returns
+        the two plane addresses."""
         if _is_420(self.format):
             luma = self.width * self.height
-            self._y[:luma] = self._saved[:luma]
-            self._vu[: luma // 2] = self._saved[luma:]
+            self._y[:luma] = frame[:luma]
+            self._vu[: luma // 2] = frame[luma:]
             return self._y.ctypes.data, self._vu.ctypes.data
-        self._block[:] = self._saved
+        self._block[:] = frame
         return self._block.ctypes.data, 0
 
     def _result(self) -> npt.NDArray[np.uint8]:
@@ -194,7 +192,7 @@ class Denoiser:
             if self._lib.vantor_wait_ready(self._handle, _SETTLE_MS) == 0:
                 return
         self._broken = True
-        _abandoned.append((self._saved, getattr(self, "_block", None), getattr(self, "_y", None),
+        _abandoned.append((getattr(self, "_block", None), getattr(self, "_y", None),
                            getattr(self, "_vu", None)))
         raise FrameError(number, status, "failed and its workers did not finish within %d s; "
                          "the Denoiser takes no more frames" % (_SETTLE_MS * _SETTLE_CALLS // 1000))
@@ -208,7 +206,7 @@ class Denoiser:
         array is never written, whatever happens.
 
         A frame that the library reports as failed (a stage that timed out or refused) is run
-        again from the saved input, up to TRIES runs in all, with a FrameWarning naming the
+        again from the input, up to TRIES runs in all, with a FrameWarning naming the
         frame for each retry; if every run fails, FrameError is raised. Bad frames raise
         ValueError, a closed Denoiser ValueError; after a FrameError whose workers never
         finished, the Denoiser raises RuntimeError.
@@ -229,9 +227,9 @@ class Denoiser:
                                    "frame never finished")
             self._frames += 1
             number = self._frames
-            np.copyto(self._saved.reshape(array.shape), array)
+            frame = np.ascontiguousarray(array, np.uint8).reshape(-1)
             for attempt in range(1, TRIES + 1):
-                first, second = self._load()
+                first, second = self._load(frame)
                 self._lib.vantor_run(self._handle, first, second, self.width, self.height,
                                      FORMATS[self.format])
                 status = self._lib.vantor_frame_status(self._handle)
